@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs everything the project needs from Debian's packages (and npm for the
+# glTF validator). Idempotent: packages already present are left alone.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  libtbb-dev libopenimageio-dev openimageio-tools libassimp-dev
+  nlohmann-json3-dev libcli11-dev libpugixml-dev libtinygltf-dev libstb-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  g++-mingw-w64-x86-64-posix wine64
+  nodejs
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if ((${#missing[@]})); then
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  stamp=/var/lib/apt/periodic/interop-misc-update-stamp
+  if [ ! -f "$stamp" ]; then
+    $SUDO apt-get update -qq
+    $SUDO mkdir -p "$(dirname "$stamp")" && $SUDO touch "$stamp"
+  fi
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

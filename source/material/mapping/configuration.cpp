@@ -1,0 +1,43 @@
+// The `configuration` unit: the mapping-path settings, declared at library load
+// so the host's configuration service knows them before the first mapping runs.
+#include "material/mapping/configuration.h"
+
+#include "frame/module.h"
+#include "vex/host.h"
+
+namespace interop::mapping {
+
+std::string SettingValue(std::string_view name) {
+  return vex::IsHostBound() ? vex::Host().configuration->GetString(name) : std::string();
+}
+
+vex::Result<void> WriteMappingDump(std::string_view directory, const vex::ParameterSet& input,
+                                   const vex::ParameterSet& output) {
+  const auto& host = vex::Host();
+  const auto ms = static_cast<std::int64_t>(host.clock->NowSeconds() * 1000.0);
+  std::string base(directory);
+  if (!base.empty() && base.back() != '/' && base.back() != '\\') base.push_back('/');
+  const std::string prefix = base + std::to_string(ms);
+  VEX_TRY(host.files->WriteParameterSet(prefix + "_mapping_input", input));
+  return host.files->WriteParameterSet(prefix + "_mapping_output", output);
+}
+
+namespace {
+
+struct ConfigurationUnit {
+  static constexpr std::string_view kUnit = "configuration";
+  ConfigurationUnit() {
+    auto declare = [](std::string_view name, std::string_view help) {
+      g_kelvo.Declare({vex::DeclarationKind::Setting, std::string(name), std::string(kUnit), std::string(help)});
+    };
+    declare(kViewportFbxMappingPath, "Path to the export data of viewport to FBX mapping.");
+    declare(kCorvaneUsdMappingPath, "Path to the export data of Corvane to USD Preview Surface mapping.");
+  }
+  // Withdrawing the declarations releases the setting strings when the module unloads.
+  ~ConfigurationUnit() { g_kelvo.Withdraw(kUnit); }
+};
+
+ConfigurationUnit s_configurationUnit INTEROP_UNIT_PRIORITY(kConfigurationUnitPriority);
+
+}  // namespace
+}  // namespace interop::mapping

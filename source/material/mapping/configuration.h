@@ -1,0 +1,25 @@
+// Module settings of the mappings: directories that mapping runs dump their
+// input and output parameter sets into.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "vex/error.h"
+#include "vex/material.h"
+
+namespace interop::mapping {
+
+inline constexpr std::string_view kViewportFbxMappingPath = "g_viewportFBXMappingPath";
+inline constexpr std::string_view kCorvaneUsdMappingPath = "g_corvaneUSDMappingPath";
+
+/// The current value of a setting (empty when unset).
+std::string SettingValue(std::string_view name);
+
+/// Writes "<ms>_mapping_input" and "<ms>_mapping_output" into `directory` through the host's data
+/// serialisation, <ms> being the current time in whole milliseconds. A directory that does not
+/// exist, or any failed write, is returned as the error.
+vex::Result<void> WriteMappingDump(std::string_view directory, const vex::ParameterSet& input,
+                                   const vex::ParameterSet& output);
+
+}  // namespace interop::mapping
