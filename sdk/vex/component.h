@@ -84,15 +84,31 @@ struct Declaration {
 
 /// The module's framework state, exported as `g_kelvo`. Units append their declarations at
 /// library load; the host reads them after loading and builds the classes when it initialises
-/// the module's components.
+/// the module's components. The state has no destructor of its own: it must outlive the static
+/// destructors of the units that withdraw their declarations, so the list is freed when the last
+/// declaration is withdrawn.
 struct ModuleFramework {
   static constexpr std::uint32_t kGlueVersion = 1;
   std::uint32_t glueVersion = kGlueVersion;
-  std::vector<Declaration> declarations;
+  std::vector<Declaration>* list = nullptr;
 
-  void Declare(Declaration d) { declarations.push_back(std::move(d)); }
+  void Declare(Declaration d) {
+    if (list == nullptr) list = new std::vector<Declaration>();
+    list->push_back(std::move(d));
+  }
   /// Withdraws every declaration of a unit (at static destruction).
-  void Withdraw(std::string_view unit) { std::erase_if(declarations, [&](const Declaration& d) { return d.unit == unit; }); }
+  void Withdraw(std::string_view unit) {
+    if (list == nullptr) return;
+    std::erase_if(*list, [&](const Declaration& d) { return d.unit == unit; });
+    if (list->empty()) {
+      delete list;
+      list = nullptr;
+    }
+  }
+  const std::vector<Declaration>& Declarations() const {
+    static const std::vector<Declaration> kNone;
+    return list ? *list : kNone;
+  }
 };
 
 /// Declares the class triple (component, class object, published class) for one class id.

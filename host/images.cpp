@@ -1,0 +1,115 @@
+#include "host/images.h"
+
+#include <array>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include <OpenImageIO/imageio.h>
+#include <oneapi/tbb/parallel_for.h>
+
+#include "host/services.h"
+
+namespace host {
+namespace {
+
+float SrgbToLinear(float c) { return c <= 0.04045f ? c / 12.92f : std::pow((c + 0.055f) / 1.055f, 2.4f); }
+float LinearToSrgb(float c) {
+  c = c < 0.f ? 0.f : (c > 1.f ? 1.f : c);
+  return c <= 0.0031308f ? c * 12.92f : 1.055f * std::pow(c, 1.f / 2.4f) - 0.055f;
+}
+
+// Linear value -> sRGB byte, by a 4096-entry table: exact enough for 8-bit output, and fast.
+const std::array<unsigned char, 4097>& EncodeTable() {
+  static const auto table = [] {
+    std::array<unsigned char, 4097> t{};
+    for (int i = 0; i <= 4096; ++i) t[i] = static_cast<unsigned char>(std::lround(LinearToSrgb(i / 4096.f) * 255.f));
+    return t;
+  }();
+  return table;
+}
+
+}  // namespace
+
+vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData) {
+  const std::string native = NativePath(path);
+  auto in = OIIO::ImageInput::open(native);
+  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + OIIO::geterror());
+  const OIIO::ImageSpec& spec = in->spec();
+  const int channels = spec.nchannels;
+  const std::size_t count = static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(spec.height);
+  std::vector<float> raw(count * static_cast<std::size_t>(channels));
+  if (!in->read_image(0, 0, 0, channels, OIIO::TypeDesc::FLOAT, raw.data()))
+    return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot decode image: " + in->geterror());
+  in->close();
+  const bool decode = colorData && (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::UINT16);
+  vex::TextureBuffer buffer;
+  buffer._dimensions = {spec.width, spec.height};
+  buffer._pixels = vex::PixelArray::Allocate(count);
+  if (!buffer._pixels) return VEX_FAIL(vex::ErrorKind::OutOfMemory, native + ": out of memory");
+  buffer.colorSpace = decode ? "sRGB" : "";
+  float lut[256];
+  if (decode)
+    for (int i = 0; i < 256; ++i) lut[i] = SrgbToLinear(i / 255.f);
+  const bool lutOk = spec.format == OIIO::TypeDesc::UINT8;
+  tbb::parallel_for(std::size_t(0), count, std::size_t(1) << 14, [&](std::size_t i) {
+    const float* s = raw.data() + i * static_cast<std::size_t>(channels);
+    float* d = buffer._pixels->Pixel(i);
+    const float r = s[0];
+    const float g = channels > 2 ? s[1] : r;
+    const float b = channels > 2 ? s[2] : r;
+    const float a = channels == 4 ? s[3] : (channels == 2 ? s[1] : 1.f);
+    auto conv = [&](float v) {
+      if (!decode) return v;
+      return lutOk ? lut[static_cast<int>(std::lround(v * 255.f))] : SrgbToLinear(v);
+    };
+    d[0] = conv(r);
+    d[1] = conv(g);
+    d[2] = conv(b);
+    d[3] = a;
+  });
+  return buffer;
+}
+
+vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& buffer,
+                             const ImageWriteOptions& options) {
+  if (buffer.IsEmpty()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": empty texture");
+  auto out = OIIO::ImageOutput::create(path);
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no image writer for this suffix");
+  const int w = static_cast<int>(buffer._dimensions.width);
+  const int h = static_cast<int>(buffer._dimensions.height);
+  const std::size_t count = buffer.GetCount();
+  if (options.floatPixels) {
+    OIIO::ImageSpec spec(w, h, 4, OIIO::TypeDesc::FLOAT);
+    spec.attribute("compression", "zip");
+    if (!out->open(path, spec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+    if (!out->write_image(OIIO::TypeDesc::FLOAT, buffer._pixels->Data()))
+      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+  } else {
+    std::vector<unsigned char> bytes(count * 4);
+    const auto& enc = EncodeTable();
+    const float* src = buffer._pixels->Data();
+    tbb::parallel_for(std::size_t(0), count, std::size_t(1) << 14, [&](std::size_t i) {
+      for (int c = 0; c < 4; ++c) {
+        float v = src[4 * i + static_cast<std::size_t>(c)];
+        v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
+        bytes[4 * i + static_cast<std::size_t>(c)] =
+            (options.srgb && c < 3) ? enc[static_cast<std::size_t>(v * 4096.f + 0.5f)]
+                                    : static_cast<unsigned char>(v * 255.f + 0.5f);
+      }
+    });
+    OIIO::ImageSpec spec(w, h, 4, OIIO::TypeDesc::UINT8);
+    spec.attribute("png:compressionLevel", options.pngCompression);
+    if (!out->open(path, spec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+    if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.data()))
+      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+  }
+  if (!out->close()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+  return {};
+}
+
+vex::Result<vex::TextureBuffer> Images::Read(std::string_view path, bool colorData) {
+  return ReadImage(path, colorData);
+}
+
+}  // namespace host

@@ -1,0 +1,344 @@
+#include "host/paramset_json.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "host/images.h"
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+namespace host::json {
+namespace {
+
+template <class... Ts>
+struct Overloaded : Ts... {
+  using Ts::operator()...;
+};
+template <class... Ts>
+Overloaded(Ts...) -> Overloaded<Ts...>;
+
+Json ConstantToJson(const vex::PackedConstantParameter& c) {
+  return std::visit(
+      Overloaded{[](bool v) { return Json(v); }, [](std::int32_t v) { return Json(v); },
+                 [](std::uint32_t v) { return Json(v); }, [](double v) { return Json(v); },
+                 [](const vex::Vector2d& v) { return Json::array({v.x, v.y}); },
+                 [](const vex::Vector3d& v) { return Json::array({v.x, v.y, v.z}); },
+                 [](const vex::Vector4d& v) { return Json::array({v.x, v.y, v.z, v.w}); },
+                 [](const vex::Color& v) { return Json::array({v.r, v.g, v.b}); },
+                 [](const vex::ColorA& v) { return Json::array({v.r, v.g, v.b, v.a}); },
+                 [](const vex::Url& v) { return Json(v.text); }, [](const std::string& v) { return Json(v); },
+                 [](const vex::Id& v) { return Json(v.Str()); }, [](const vex::InternedId& v) { return Json(v.Str()); },
+                 [](const vex::CString& v) { return Json(v.text); }},
+      c.Value());
+}
+
+Json PropertiesToJson(const vex::DataDictionary& props) {
+  Json out = Json::object();
+  for (std::size_t i = 0; i < props.Size(); ++i) {
+    const vex::Data& d = props.ValueAt(i);
+    if (const auto* b = d.Get<bool>()) out[props.KeyAt(i)] = *b;
+    else if (const auto* n = d.Get<std::int32_t>()) out[props.KeyAt(i)] = *n;
+    else if (const auto* n64 = d.Get<std::int64_t>()) out[props.KeyAt(i)] = *n64;
+    else if (const auto* f = d.Get<double>()) out[props.KeyAt(i)] = *f;
+    else if (const auto* s = d.Get<std::string>()) out[props.KeyAt(i)] = *s;
+    else if (const auto* id = d.Get<vex::Id>()) out[props.KeyAt(i)] = id->Str();
+  }
+  return out;
+}
+
+struct Reader {
+  const std::string& source;
+  const std::string& baseDir;
+  const ReadOptions& options;
+
+  vex::Error Fail(const std::string& key, const std::string& problem) const {
+    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + key + ": " + problem, VEX_UNIT, __LINE__);
+  }
+
+  vex::Result<std::vector<double>> Numbers(const std::string& key, const Json& v, std::size_t n) const {
+    if (!v.is_array() || v.size() != n)
+      return std::unexpected(Fail(key, "expected an array of " + std::to_string(n) + " numbers"));
+    std::vector<double> out;
+    for (const auto& e : v) {
+      if (!e.is_number()) return std::unexpected(Fail(key, "expected an array of " + std::to_string(n) + " numbers"));
+      out.push_back(e.get<double>());
+    }
+    return out;
+  }
+
+  vex::Result<vex::PackedConstantParameter> Constant(const std::string& key, vex::ConstantType type,
+                                                     const Json& v) const {
+    using T = vex::ConstantType;
+    auto needString = [&]() -> vex::Result<std::string> {
+      if (!v.is_string()) return std::unexpected(Fail(key, "expected a string value"));
+      return v.get<std::string>();
+    };
+    switch (type) {
+      case T::Bool:
+        if (!v.is_boolean()) return std::unexpected(Fail(key, "expected true or false"));
+        return vex::PackedConstantParameter(v.get<bool>());
+      case T::Int:
+        if (!v.is_number_integer()) return std::unexpected(Fail(key, "expected an integer"));
+        return vex::PackedConstantParameter(v.get<std::int32_t>());
+      case T::UInt:
+        if (!v.is_number_unsigned()) return std::unexpected(Fail(key, "expected a non-negative integer"));
+        return vex::PackedConstantParameter(v.get<std::uint32_t>());
+      case T::Float:
+        if (!v.is_number()) return std::unexpected(Fail(key, "expected a number"));
+        return vex::PackedConstantParameter(v.get<double>());
+      case T::Vector2d: {
+        VEX_ASSIGN(auto n, Numbers(key, v, 2));
+        return vex::PackedConstantParameter(vex::Vector2d{n[0], n[1]});
+      }
+      case T::Vector: {
+        VEX_ASSIGN(auto n, Numbers(key, v, 3));
+        return vex::PackedConstantParameter(vex::Vector3d{n[0], n[1], n[2]});
+      }
+      case T::Vector4d: {
+        VEX_ASSIGN(auto n, Numbers(key, v, 4));
+        return vex::PackedConstantParameter(vex::Vector4d{n[0], n[1], n[2], n[3]});
+      }
+      case T::Color: {
+        VEX_ASSIGN(auto n, Numbers(key, v, 3));
+        return vex::PackedConstantParameter(vex::Color{n[0], n[1], n[2]});
+      }
+      case T::ColorA: {
+        VEX_ASSIGN(auto n, Numbers(key, v, 4));
+        return vex::PackedConstantParameter(vex::ColorA{n[0], n[1], n[2], n[3]});
+      }
+      case T::Url: {
+        VEX_ASSIGN(auto s, needString());
+        return vex::PackedConstantParameter(vex::Url{s});
+      }
+      case T::String: {
+        VEX_ASSIGN(auto s, needString());
+        return vex::PackedConstantParameter(s);
+      }
+      case T::Id: {
+        VEX_ASSIGN(auto s, needString());
+        return vex::PackedConstantParameter(vex::Id(s));
+      }
+      case T::InternedId: {
+        VEX_ASSIGN(auto s, needString());
+        if (!options.ids) return std::unexpected(Fail(key, "interned ids need the host's id table"));
+        return vex::PackedConstantParameter(options.ids->Intern(s));
+      }
+      case T::CString: {
+        VEX_ASSIGN(auto s, needString());
+        return vex::PackedConstantParameter(vex::CString{s});
+      }
+    }
+    return std::unexpected(Fail(key, "unknown type"));
+  }
+
+  vex::Result<vex::DataDictionary> Properties(const std::string& key, const Json& v) const {
+    if (!v.is_object()) return std::unexpected(Fail(key, "\"properties\" must be an object"));
+    vex::DataDictionary out;
+    for (const auto& [name, value] : v.items()) {
+      if (value.is_boolean()) out.Set(name, value.get<bool>());
+      else if (value.is_number_integer()) out.Set(name, value.get<std::int32_t>());
+      else if (value.is_number()) out.Set(name, value.get<double>());
+      else if (value.is_string()) out.Set(name, value.get<std::string>());
+      else return std::unexpected(Fail(key + ".properties." + name, "expected a boolean, number or string"));
+    }
+    return out;
+  }
+
+  vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortSpec* spec) const {
+    if (!entry.is_object()) return std::unexpected(Fail(key, "expected an object with \"type\" and \"value\""));
+    for (const auto& [field, unused] : entry.items()) {
+      (void)unused;
+      static const char* known[] = {"type", "value", "texture", "properties", "url", "colorSpace", "asset", "name"};
+      bool ok = false;
+      for (const char* k : known) ok = ok || field == k;
+      if (!ok) return std::unexpected(Fail(key, "unknown key \"" + field + "\""));
+    }
+    const auto typeIt = entry.find("type");
+    if (typeIt == entry.end() || !typeIt->is_string()) return std::unexpected(Fail(key, "missing \"type\""));
+    const std::string typeName = typeIt->get<std::string>();
+    vex::Parameter p;
+    if (typeName == "ImageReference") {
+      const auto url = entry.find("url");
+      if (url == entry.end() || !url->is_string()) return std::unexpected(Fail(key, "missing \"url\""));
+      vex::ImageReference ref;
+      ref.url.text = url->get<std::string>();
+      if (auto cs = entry.find("colorSpace"); cs != entry.end() && cs->is_string()) ref.colorSpace = cs->get<std::string>();
+      p.value = ref;
+    } else if (typeName == "SubstanceReference") {
+      const auto asset = entry.find("asset");
+      if (asset == entry.end() || !asset->is_string()) return std::unexpected(Fail(key, "missing \"asset\""));
+      vex::SubstanceReference ref;
+      ref.assetFile.text = asset->get<std::string>();
+      if (auto n = entry.find("name"); n != entry.end() && n->is_string()) ref.assetName = n->get<std::string>();
+      p.value = ref;
+    } else {
+      const auto type = vex::ConstantTypeFromName(typeName);
+      if (!type) return std::unexpected(Fail(key, "unknown type \"" + typeName + "\""));
+      if (spec && spec->type != *type)
+        return std::unexpected(Fail(key, "wrong type \"" + typeName + "\" (the bundle declares \"" +
+                                             std::string(vex::ConstantTypeName(spec->type)) + "\")"));
+      const auto value = entry.find("value");
+      if (value == entry.end()) return std::unexpected(Fail(key, "missing \"value\""));
+      VEX_ASSIGN(p.value, Constant(key, *type, *value));
+    }
+    if (auto props = entry.find("properties"); props != entry.end()) {
+      VEX_ASSIGN(p.properties, Properties(key, *props));
+    }
+    if (auto tex = entry.find("texture"); tex != entry.end()) {
+      if (!tex->is_string()) return std::unexpected(Fail(key, "\"texture\" must be an image path"));
+      if (options.images) {
+        const fs::path file = fs::path(baseDir) / tex->get<std::string>();
+        auto buffer = options.images->Read(file.string(), spec ? spec->color : false);
+        if (!buffer) return std::unexpected(Fail(key, buffer.error().message));
+        p.texture = std::move(*buffer);
+      }
+    }
+    return p;
+  }
+};
+
+}  // namespace
+
+std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
+                             const std::function<std::string(const std::string&, const vex::TextureBuffer&)>&
+                                 textureName) {
+  Json root = Json::object();
+  root["bundle"] = set.GetBundle().Str();
+  Json params = Json::object();
+  for (const auto& [port, p] : set.Entries()) {
+    Json e = Json::object();
+    if (const auto* c = p.Constant()) {
+      e["type"] = std::string(vex::ConstantTypeName(c->Type()));
+      e["value"] = ConstantToJson(*c);
+    } else if (const auto* img = std::get_if<vex::ImageReference>(&p.value)) {
+      e["type"] = "ImageReference";
+      e["url"] = img->url.text;
+      if (!img->colorSpace.empty()) e["colorSpace"] = img->colorSpace;
+    } else if (const auto* sub = std::get_if<vex::SubstanceReference>(&p.value)) {
+      e["type"] = "SubstanceReference";
+      e["asset"] = sub->assetFile.text;
+      if (!sub->assetName.empty()) e["name"] = sub->assetName;
+    }
+    if (p.texture) {
+      if (mode == TextureMode::Files && textureName) e["texture"] = textureName(port, *p.texture);
+      else e["texture"] = Json{{"width", p.texture->_dimensions.width}, {"height", p.texture->_dimensions.height}};
+    }
+    if (!p.properties.IsEmpty()) e["properties"] = PropertiesToJson(p.properties);
+    params[port] = std::move(e);
+  }
+  root["parameters"] = std::move(params);
+  return root.dump(2) + "\n";
+}
+
+vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const std::string& source,
+                                                 const std::string& baseDir, const ReadOptions& options) {
+  Reader reader{source, baseDir, options};
+  Json root = Json::parse(text, nullptr, false);
+  if (root.is_discarded()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
+  if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
+  for (const auto& [key, unused] : root.items()) {
+    (void)unused;
+    if (key != "bundle" && key != "parameters")
+      return std::unexpected(reader.Fail(key, "unknown key (expected \"bundle\" and \"parameters\")"));
+  }
+  const auto bundleIt = root.find("bundle");
+  if (bundleIt == root.end() || !bundleIt->is_string())
+    return std::unexpected(reader.Fail("bundle", "missing port bundle id"));
+  const std::string bundleId = bundleIt->get<std::string>();
+  const vex::PortBundle* bundle = nullptr;
+  if (options.bundles) {
+    auto found = options.bundles->Find(bundleId);
+    if (!found) return std::unexpected(reader.Fail("bundle", found.error().message));
+    bundle = *found;
+  }
+  vex::ParameterSet set{vex::Id(bundleId)};
+  const auto paramsIt = root.find("parameters");
+  if (paramsIt == root.end()) return set;
+  if (!paramsIt->is_object()) return std::unexpected(reader.Fail("parameters", "expected an object"));
+  for (const auto& [port, entry] : paramsIt->items()) {
+    const std::string key = "parameters." + port;
+    const vex::PortSpec* spec = bundle ? bundle->FindPort(port) : nullptr;
+    if (bundle && !spec)
+      return std::unexpected(reader.Fail(key, "unknown port of bundle " + bundleId));
+    VEX_ASSIGN(vex::Parameter p, reader.Parameter(key, entry, spec));
+    set.Set(port, std::move(p));
+  }
+  return set;
+}
+
+vex::Result<vex::ParameterSet> ReadParameterSetFile(const std::string& path, const ReadOptions& options) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open file");
+  std::stringstream text;
+  text << in.rdbuf();
+  const std::string baseDir = fs::path(path).parent_path().string();
+  return ParseParameterSet(text.str(), path, baseDir, options);
+}
+
+vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
+                                        const WriteOptions& options) {
+  const fs::path target(path);
+  const fs::path dir = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+  std::error_code ec;
+  if (!fs::is_directory(dir, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, dir.string() + ": directory does not exist");
+  const std::string stem = target.stem().string();
+  const std::string suffix = options.floatTextures ? ".exr" : ".png";
+  const vex::PortBundle* bundle = nullptr;
+  if (options.bundles) {
+    if (auto b = options.bundles->Find(set.GetBundle().View())) bundle = *b;
+  }
+  // Everything is written under temporary names, then renamed; a failure removes what was written.
+  std::vector<std::pair<fs::path, fs::path>> written;
+  auto discard = [&] {
+    for (const auto& w : written) fs::remove(w.first, ec);
+  };
+  std::optional<vex::Error> failure;
+  const std::string text = DumpParameterSet(set, TextureMode::Files, [&](const std::string& port,
+                                                                          const vex::TextureBuffer& buffer) {
+    const std::string name = stem + "." + port + suffix;
+    if (failure) return name;
+    const fs::path final = dir / name;
+    const fs::path temp = dir / (".tmp." + name);
+    ImageWriteOptions io;
+    io.floatPixels = options.floatTextures;
+    const vex::PortSpec* spec = bundle ? bundle->FindPort(port) : nullptr;
+    io.srgb = (spec && spec->color) || buffer.colorSpace == "sRGB";
+    // The temporary keeps the real suffix so the image writer picks the right format.
+    const fs::path tempWithSuffix = dir / (".tmp." + stem + "." + port + suffix);
+    if (auto r = WriteImage(tempWithSuffix.string(), buffer, io); !r) failure = r.error();
+    else written.emplace_back(tempWithSuffix, final);
+    (void)temp;
+    return name;
+  });
+  if (failure) {
+    discard();
+    return std::unexpected(*failure);
+  }
+  const fs::path tempJson = dir / (".tmp." + target.filename().string());
+  {
+    std::ofstream out(tempJson, std::ios::binary);
+    out << text;
+    out.close();
+    if (!out) {
+      discard();
+      fs::remove(tempJson, ec);
+      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+    }
+  }
+  written.emplace_back(tempJson, target);
+  for (const auto& [from, to] : written) {
+    fs::rename(from, to, ec);
+    if (ec) {
+      discard();
+      return VEX_FAIL(vex::ErrorKind::FileIO, to.string() + ": cannot write: " + ec.message());
+    }
+  }
+  return {};
+}
+
+}  // namespace host::json
