@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <OpenImageIO/imageio.h>
+#include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 
 #include "host/services.h"
@@ -27,6 +28,15 @@ const std::array<unsigned char, 4097>& EncodeTable() {
     return t;
   }();
   return table;
+}
+
+// Runs body(i) for every pixel index, in blocks on the worker threads.
+template <class Body>
+void ForEachIndex(std::size_t count, const Body& body) {
+  tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, std::size_t(1) << 14),
+                    [&](const tbb::blocked_range<std::size_t>& r) {
+                      for (std::size_t i = r.begin(); i < r.end(); ++i) body(i);
+                    });
 }
 
 }  // namespace
@@ -52,7 +62,7 @@ vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData)
   if (decode)
     for (int i = 0; i < 256; ++i) lut[i] = SrgbToLinear(i / 255.f);
   const bool lutOk = spec.format == OIIO::TypeDesc::UINT8;
-  tbb::parallel_for(std::size_t(0), count, std::size_t(1) << 14, [&](std::size_t i) {
+  ForEachIndex(count, [&](std::size_t i) {
     const float* s = raw.data() + i * static_cast<std::size_t>(channels);
     float* d = buffer._pixels->Pixel(i);
     const float r = s[0];
@@ -89,7 +99,7 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
     std::vector<unsigned char> bytes(count * 4);
     const auto& enc = EncodeTable();
     const float* src = buffer._pixels->Data();
-    tbb::parallel_for(std::size_t(0), count, std::size_t(1) << 14, [&](std::size_t i) {
+    ForEachIndex(count, [&](std::size_t i) {
       for (int c = 0; c < 4; ++c) {
         float v = src[4 * i + static_cast<std::size_t>(c)];
         v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);

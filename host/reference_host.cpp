@@ -33,11 +33,16 @@ ReferenceHost::ReferenceHost(const HostOptions& options)
   api_.components = &components_;
   api_.bundles = &bundles_;
   api_.plugins = &plugins_;
+  // The host's own helpers (lookups, interning) go through the same tables as the module's.
+  if (!vex::IsHostBound()) {
+    vex::BindHost(&api_);
+    boundHere_ = true;
+  }
 }
 
 ReferenceHost::~ReferenceHost() {
   Unload();
-  if (inProcess_) vex::BindHost(nullptr);
+  if (inProcess_ || boundHere_) vex::BindHost(nullptr);
 }
 
 vex::Result<void> ReferenceHost::BindInProcess(const vex::ModuleFramework& framework) {

@@ -91,6 +91,7 @@ class ReferenceHost {
   vex::entry::EntryFunction entry_ = nullptr;
   const vex::ModuleFramework* framework_ = nullptr;
   bool inProcess_ = false;
+  bool boundHere_ = false;
 };
 
 }  // namespace host

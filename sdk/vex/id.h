@@ -35,6 +35,8 @@ class Id {
   bool operator==(const Id&) const = default;
   auto operator<=>(const Id&) const = default;
   bool operator==(std::string_view other) const { return text_ == other; }
+  bool operator==(const char* other) const { return text_ == other; }
+  bool operator==(const std::string& other) const { return text_ == other; }
 
  private:
   std::string text_;

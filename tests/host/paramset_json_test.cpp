@@ -1,0 +1,108 @@
+// The parameter-set JSON: reading with clear errors, writing with textures,
+// and leaving nothing behind on failure.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "host/images.h"
+#include "host/paramset_json.h"
+#include "test_host.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct TempDir {
+  fs::path path;
+  TempDir() : path(fs::temp_directory_path() / ("interop_json_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "_" + std::to_string(reinterpret_cast<std::uintptr_t>(this)))) {
+    fs::create_directories(path);
+  }
+  ~TempDir() { fs::remove_all(path); }
+};
+
+host::json::ReadOptions Options() {
+  auto& h = testing_support::Host();
+  host::json::ReadOptions o;
+  o.bundles = &h.bundles();
+  o.images = &h.images();
+  o.ids = &h.ids();
+  return o;
+}
+
+std::string ErrorOf(std::string_view text) {
+  auto r = host::json::ParseParameterSet(text, "in.json", ".", Options());
+  return r ? std::string() : r.error().message;
+}
+
+TEST(ParameterSetJson, ReadsEveryConstantTypeAndKeepsOrder) {
+  auto set = host::json::ParseParameterSet(R"({"bundle": "net.kelvo.nodespace.exchange.bundle.viewportmaterial",
+    "parameters": {"type": {"type": "InternedId", "value": "metal"},
+                   "base.color": {"type": "Color", "value": [0.9, 0.6, 0.2]},
+                   "transmissivity ": {"type": "Float", "value": 0.4, "properties": {"mute": true}}}})",
+                                           "in.json", ".", Options());
+  ASSERT_TRUE(set) << set.error().message;
+  EXPECT_EQ(set->GetBundle(), vex::bundle::kViewport);
+  ASSERT_EQ(set->Size(), 3u);
+  EXPECT_EQ(set->Entries()[2].first, "transmissivity ");
+  EXPECT_EQ(*set->Find("type")->Constant()->Get<vex::InternedId>(), vex::InternedId::Intern("metal"));
+  EXPECT_EQ(*set->Find("transmissivity ")->properties.Find("mute")->Get<bool>(), true);
+  // Serialising and reading back gives the same set.
+  auto text = host::json::DumpParameterSet(*set, host::json::TextureMode::Describe);
+  auto again = host::json::ParseParameterSet(text, "again.json", ".", Options());
+  ASSERT_TRUE(again) << again.error().message;
+  EXPECT_EQ(host::json::DumpParameterSet(*again, host::json::TextureMode::Describe), text);
+}
+
+TEST(ParameterSetJson, ErrorsNameTheFileAndTheKey) {
+  EXPECT_EQ(ErrorOf("{"), "in.json: not valid JSON");
+  EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf", "extra": 1})"),
+            "in.json: extra: unknown key (expected \"bundle\" and \"parameters\")");
+  EXPECT_EQ(ErrorOf(R"({"bundle": "no.such.bundle"})"), "in.json: bundle: Unknown port bundle: no.such.bundle");
+  EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf",
+                        "parameters": {"metallicFactor": {"type": "Color", "value": [1, 1, 1]}}})"),
+            "in.json: parameters.metallicFactor: wrong type \"Color\" (the bundle declares \"Float\")");
+  EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf",
+                        "parameters": {"shine": {"type": "Float", "value": 1}}})"),
+            "in.json: parameters.shine: unknown port of bundle net.kelvo.material.portbundle.gltf");
+  EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf",
+                        "parameters": {"roughnessFactor": {"type": "Float", "value": "high"}}})"),
+            "in.json: parameters.roughnessFactor: expected a number");
+  EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf",
+                        "parameters": {"emissiveFactor": {"type": "Color", "value": [1, 1]}}})"),
+            "in.json: parameters.emissiveFactor: expected an array of 3 numbers");
+  EXPECT_NE(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf",
+                        "parameters": {"baseColorTexture": {"type": "ColorA", "value": [1, 1, 1, 1],
+                                                            "texture": "missing.png"}}})")
+                .find("in.json: parameters.baseColorTexture: "),
+            std::string::npos);
+}
+
+TEST(ParameterSetJson, TexturesRoundTripThroughImageFilesAndFailuresLeaveNothing) {
+  TempDir dir;
+  vex::ParameterSet set{vex::Id(vex::bundle::kGltf)};
+  auto texture = vex::TextureBuffer::Make(4, 2, {0.f, 0.5f, 1.f, 1.f});
+  set.Set("metallicRoughnessTexture",
+          vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), texture));
+  set.SetConstant("roughnessFactor", 1.0);
+  const auto out = (dir.path / "out.json").string();
+  host::json::WriteOptions w;
+  w.bundles = &testing_support::Host().bundles();
+  ASSERT_TRUE(host::json::WriteParameterSetFile(out, set, w));
+  EXPECT_TRUE(fs::exists(dir.path / "out.metallicRoughnessTexture.png"));
+  auto back = host::json::ReadParameterSetFile(out, Options());
+  ASSERT_TRUE(back) << back.error().message;
+  const auto* p = back->Find("metallicRoughnessTexture");
+  ASSERT_TRUE(p && p->texture);
+  EXPECT_EQ(p->texture->_dimensions, (vex::Dimensions{4, 2}));
+  EXPECT_NEAR(p->texture->_pixels->Pixel(7)[1], 0.5f, 1.f / 255);  // data stays raw: no sRGB curve
+  // An unwritable target directory fails and leaves nothing behind.
+  auto bad = host::json::WriteParameterSetFile((dir.path / "missing" / "x.json").string(), set, w);
+  ASSERT_FALSE(bad);
+  EXPECT_FALSE(fs::exists(dir.path / "missing"));
+  std::size_t files = 0;
+  for ([[maybe_unused]] const auto& e : fs::directory_iterator(dir.path)) ++files;
+  EXPECT_EQ(files, 2u);
+}
+
+}  // namespace
