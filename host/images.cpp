@@ -45,23 +45,23 @@ vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData)
   const std::string native = NativePath(path);
   auto in = OIIO::ImageInput::open(native);
   if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + OIIO::geterror());
-  const OIIO::ImageSpec& spec = in->spec();
-  const int channels = spec.nchannels;
-  const std::size_t count = static_cast<std::size_t>(spec.width) * static_cast<std::size_t>(spec.height);
+  const OIIO::ImageSpec& imageSpec = in->spec();
+  const int channels = imageSpec.nchannels;
+  const std::size_t count = static_cast<std::size_t>(imageSpec.width) * static_cast<std::size_t>(imageSpec.height);
   std::vector<float> raw(count * static_cast<std::size_t>(channels));
   if (!in->read_image(0, 0, 0, channels, OIIO::TypeDesc::FLOAT, raw.data()))
     return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot decode image: " + in->geterror());
   in->close();
-  const bool decode = colorData && (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::UINT16);
+  const bool decode = colorData && (imageSpec.format == OIIO::TypeDesc::UINT8 || imageSpec.format == OIIO::TypeDesc::UINT16);
   vex::TextureBuffer buffer;
-  buffer._dimensions = {spec.width, spec.height};
+  buffer._dimensions = {imageSpec.width, imageSpec.height};
   buffer._pixels = vex::PixelArray::Allocate(count);
   if (!buffer._pixels) return VEX_FAIL(vex::ErrorKind::OutOfMemory, native + ": out of memory");
   buffer.colorSpace = decode ? "sRGB" : "";
   float lut[256];
   if (decode)
     for (int i = 0; i < 256; ++i) lut[i] = SrgbToLinear(i / 255.f);
-  const bool lutOk = spec.format == OIIO::TypeDesc::UINT8;
+  const bool lutOk = imageSpec.format == OIIO::TypeDesc::UINT8;
   ForEachIndex(count, [&](std::size_t i) {
     const float* s = raw.data() + i * static_cast<std::size_t>(channels);
     float* d = buffer._pixels->Pixel(i);
@@ -90,9 +90,9 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
   const int h = static_cast<int>(buffer._dimensions.height);
   const std::size_t count = buffer.GetCount();
   if (options.floatPixels) {
-    OIIO::ImageSpec spec(w, h, 4, OIIO::TypeDesc::FLOAT);
-    spec.attribute("compression", "zip");
-    if (!out->open(path, spec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+    OIIO::ImageSpec imageSpec(w, h, 4, OIIO::TypeDesc::FLOAT);
+    imageSpec.attribute("compression", "zip");
+    if (!out->open(path, imageSpec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
     if (!out->write_image(OIIO::TypeDesc::FLOAT, buffer._pixels->Data()))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   } else {
@@ -108,9 +108,9 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
                                     : static_cast<unsigned char>(v * 255.f + 0.5f);
       }
     });
-    OIIO::ImageSpec spec(w, h, 4, OIIO::TypeDesc::UINT8);
-    spec.attribute("png:compressionLevel", options.pngCompression);
-    if (!out->open(path, spec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+    OIIO::ImageSpec imageSpec(w, h, 4, OIIO::TypeDesc::UINT8);
+    imageSpec.attribute("png:compressionLevel", options.pngCompression);
+    if (!out->open(path, imageSpec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
     if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.data()))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   }

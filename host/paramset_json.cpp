@@ -149,7 +149,7 @@ struct Reader {
     return out;
   }
 
-  vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortSpec* spec) const {
+  vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortSpec* portSpec) const {
     if (!entry.is_object()) return std::unexpected(Fail(key, "expected an object with \"type\" and \"value\""));
     for (const auto& [field, unused] : entry.items()) {
       (void)unused;
@@ -179,9 +179,9 @@ struct Reader {
     } else {
       const auto type = vex::ConstantTypeFromName(typeName);
       if (!type) return std::unexpected(Fail(key, "unknown type \"" + typeName + "\""));
-      if (spec && spec->type != *type)
+      if (portSpec && portSpec->type != *type)
         return std::unexpected(Fail(key, "wrong type \"" + typeName + "\" (the bundle declares \"" +
-                                             std::string(vex::ConstantTypeName(spec->type)) + "\")"));
+                                             std::string(vex::ConstantTypeName(portSpec->type)) + "\")"));
       const auto value = entry.find("value");
       if (value == entry.end()) return std::unexpected(Fail(key, "missing \"value\""));
       VEX_ASSIGN(p.value, Constant(key, *type, *value));
@@ -193,7 +193,7 @@ struct Reader {
       if (!tex->is_string()) return std::unexpected(Fail(key, "\"texture\" must be an image path"));
       if (options.images) {
         const fs::path file = fs::path(baseDir) / tex->get<std::string>();
-        auto buffer = options.images->Read(file.string(), spec ? spec->color : false);
+        auto buffer = options.images->Read(file.string(), portSpec ? portSpec->color : false);
         if (!buffer) return std::unexpected(Fail(key, buffer.error().message));
         p.texture = std::move(*buffer);
       }
@@ -262,10 +262,10 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
   if (!paramsIt->is_object()) return std::unexpected(reader.Fail("parameters", "expected an object"));
   for (const auto& [port, entry] : paramsIt->items()) {
     const std::string key = "parameters." + port;
-    const vex::PortSpec* spec = bundle ? bundle->FindPort(port) : nullptr;
-    if (bundle && !spec)
+    const vex::PortSpec* portSpec = bundle ? bundle->FindPort(port) : nullptr;
+    if (bundle && !portSpec)
       return std::unexpected(reader.Fail(key, "unknown port of bundle " + bundleId));
-    VEX_ASSIGN(vex::Parameter p, reader.Parameter(key, entry, spec));
+    VEX_ASSIGN(vex::Parameter p, reader.Parameter(key, entry, portSpec));
     set.Set(port, std::move(p));
   }
   return set;
@@ -306,8 +306,8 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
     const fs::path temp = dir / (".tmp." + name);
     ImageWriteOptions io;
     io.floatPixels = options.floatTextures;
-    const vex::PortSpec* spec = bundle ? bundle->FindPort(port) : nullptr;
-    io.srgb = (spec && spec->color) || buffer.colorSpace == "sRGB";
+    const vex::PortSpec* portSpec = bundle ? bundle->FindPort(port) : nullptr;
+    io.srgb = (portSpec && portSpec->color) || buffer.colorSpace == "sRGB";
     // The temporary keeps the real suffix so the image writer picks the right format.
     const fs::path tempWithSuffix = dir / (".tmp." + stem + "." + port + suffix);
     if (auto r = WriteImage(tempWithSuffix.string(), buffer, io); !r) failure = r.error();

@@ -79,23 +79,23 @@ vex::Result<PortBundles> PortBundles::Parse(std::string_view text, const std::st
     if (!body.contains("ports") || !body["ports"].is_array())
       return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": " + id + ": missing \"ports\"");
     for (const auto& p : body["ports"]) {
-      vex::PortSpec spec;
-      spec.name = p.value("name", "");
+      vex::PortSpec portSpec;
+      portSpec.name = p.value("name", "");
       const auto type = vex::ConstantTypeFromName(p.value("type", ""));
-      if (spec.name.empty() || !type)
+      if (portSpec.name.empty() || !type)
         return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": " + id + ": port without name or known type");
-      spec.type = *type;
-      spec.texturable = p.value("texturable", false);
-      spec.color = p.value("color", false);
-      spec.help = p.value("help", "");
+      portSpec.type = *type;
+      portSpec.texturable = p.value("texturable", false);
+      portSpec.color = p.value("color", false);
+      portSpec.help = p.value("help", "");
       if (p.contains("default")) {
-        auto value = DefaultValue(spec.type, p["default"]);
+        auto value = DefaultValue(portSpec.type, p["default"]);
         if (!value)
           return VEX_FAIL(vex::ErrorKind::IllegalArgument,
-                          source + ": " + id + "." + spec.name + ": " + value.error().message);
-        bundle.defaults.Set(spec.name, vex::Parameter(*value));
+                          source + ": " + id + "." + portSpec.name + ": " + value.error().message);
+        bundle.defaults.Set(portSpec.name, vex::Parameter(*value));
       }
-      bundle.ports.push_back(std::move(spec));
+      bundle.ports.push_back(std::move(portSpec));
     }
     out.bundles_.push_back(std::move(bundle));
   }
