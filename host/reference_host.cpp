@@ -33,6 +33,8 @@ ReferenceHost::ReferenceHost(const HostOptions& options)
   api_.components = &components_;
   api_.bundles = &bundles_;
   api_.plugins = &plugins_;
+  api_.documents = &documents_;
+  api_.units = &units_;
   // The host's own helpers (lookups, interning) go through the same tables as the module's.
   if (!vex::IsHostBound()) {
     vex::BindHost(&api_);
@@ -121,6 +123,8 @@ void ReferenceHost::Unload() {
   SendMessage(vex::entry::kMsgEndActivity);
   entry_(vex::entry::kEnd, nullptr, nullptr, nullptr);
   plugins_.Clear();
+  // Documents may hold values the module made (custom data); they go before its code does.
+  documents_.CloseAll();
   components_.RemoveModule(kModuleName);
   dlclose(library_);
   library_ = nullptr;

@@ -11,7 +11,9 @@
 #include "host/component_system.h"
 #include "host/plugins.h"
 #include "host/port_bundles.h"
+#include "host/scene.h"
 #include "host/services.h"
+#include "host/units.h"
 #include "vex/host.h"
 #include "vex/module_entry.h"
 
@@ -50,6 +52,8 @@ class ReferenceHost {
   PluginRegistry& plugins() { return plugins_; }
   ComponentSystem& components() { return components_; }
   const PortBundles& bundles() const { return bundles_; }
+  Documents& documents() { return documents_; }
+  const Units& units() const { return units_; }
 
   /// For tests that link the module's objects: binds this host into the calling binary's glue
   /// and reads and initialises the declarations linked into it.
@@ -85,6 +89,8 @@ class ReferenceHost {
   ComponentSystem components_;
   PortBundles bundles_;
   PluginRegistry plugins_;
+  Documents documents_;
+  Units units_;
   vex::HostApi api_;
   vex::ModuleHostContext moduleContext_;
   void* library_ = nullptr;

@@ -19,6 +19,7 @@
 #include "vex/material.h"
 #include "vex/plugins.h"
 #include "vex/scene.h"
+#include "vex/units.h"
 
 namespace vex {
 
@@ -184,6 +185,7 @@ struct HostApi {
   IPortBundles* bundles = nullptr;
   IPluginRegistry* plugins = nullptr;
   IDocuments* documents = nullptr;
+  IUnits* units = nullptr;
 };
 
 /// Binds (or, with nullptr, unbinds) the host tables for this binary's glue.

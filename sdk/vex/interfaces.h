@@ -13,6 +13,7 @@
 #include "vex/error.h"
 #include "vex/material.h"
 #include "vex/material_host.h"
+#include "vex/objectdescription.h"
 #include "vex/scene.h"
 
 namespace vex {
@@ -70,13 +71,21 @@ class IMaterialImport {
                                              std::string_view nodeSpaceId) = 0;
 };
 
-/// Turns neutral object descriptions into host objects.
+/// Turns neutral object descriptions into host objects of a document.
 class IGlobalImport {
  public:
   static constexpr std::string_view kInterfaceId = "net.kelvo.exchange.interface.globalimport";
   virtual ~IGlobalImport() = default;
-  /// The object types this importer can build, for a user's choice.
+  /// The object types this importer can build (over every node space, in registry order, each
+  /// once), for a user's choice.
   virtual std::vector<std::string> FillDropdown() const = 0;
+  /// Builds one object per description for the node space (through the global utilities'
+  /// ConvertObjects) and inserts them in order into the document, under `parent` when given.
+  /// A description whose "matrixisglobal" is true gets its transform made relative to the parent.
+  /// Returns the inserted objects. Stops at the first failure; nothing is inserted then.
+  virtual Result<std::vector<ISceneObject*>> ImportObjects(IDocument& document, std::string_view nodeSpaceId,
+                                                           const std::vector<tessel::VEXObjectDescription>& descriptions,
+                                                           ISceneObject* parent) = 0;
 };
 
 /// Conversions shared by importers and exporters, including the renderer's light units.
@@ -84,9 +93,24 @@ class IGlobalUtils {
  public:
   static constexpr std::string_view kInterfaceId = "net.kelvo.exchange.interface.globalutils";
   virtual ~IGlobalUtils() = default;
+  /// Builds host objects from descriptions through the object factory for the node space, in
+  /// order, without inserting them. Stops at the first failure and returns its error.
+  virtual Result<std::vector<SceneObjectRef>> ConvertObjects(
+      std::string_view nodeSpaceId, const std::vector<tessel::VEXObjectDescription>& descriptions,
+      std::int32_t flags) = 0;
+  /// Brings loosely typed values (as a text format reads them) into the types of the attribute
+  /// vocabulary: whole numbers for float64 attributes, strings for id and texture attributes,
+  /// three-number arrays for vectors and colours, {time, value} records for animation keys.
+  /// Keys outside the vocabulary stay as they are. Fails with WrongDataType naming the key when
+  /// a value cannot be converted; the description may then be partly converted.
+  virtual Result<void> ConformDescription(tessel::VEXObjectDescription& description) const = 0;
+  /// The light's intensity in image units (Corvane light objects only).
   virtual Result<double> CVLightGetBaseIntensity(ISceneObject* op) = 0;
+  /// Rewrites the light's intensity for the target units; the units parameter is left at 0.
   virtual Result<void> CVLightConvertToUnit(ISceneObject* op, std::int32_t targetUnits) = 0;
-  virtual Vector3d ComputeColorTemperatureRGB(double temperature, bool normalize, double whiteTemperature) = 0;
+  /// Linear sRGB of a black body at `temperature` kelvin, adapted from the white of a black body
+  /// at `whiteTemperature` to D65; divided by its largest component when `normalize` is true.
+  virtual Color ComputeColorTemperatureRGB(double temperature, bool normalize, double whiteTemperature) = 0;
 };
 
 }  // namespace vex

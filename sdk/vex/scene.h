@@ -55,6 +55,71 @@ class ParamContainer {
   std::vector<std::pair<std::int32_t, Data>> entries_;
 };
 
+// ---------------------------------------------------------------------------------------------
+// Ids the host defines for every object and document
+
+/// Host object types of the host's own objects (renderer objects bring their own ids).
+inline constexpr std::int32_t kGroupObjectType = 1000;  ///< an empty object that groups its children
+inline constexpr std::int32_t kLightObjectType = 1001;  ///< the host's generic light
+
+/// The relative transform of every object, Vector3d each, relative to the parent.
+/// Rotation is in radians about x, y and z, applied in that order (x first); scale is per axis.
+inline constexpr std::int32_t kObjectRelativePosition = 903;
+inline constexpr std::int32_t kObjectRelativeRotation = 904;
+inline constexpr std::int32_t kObjectRelativeScale = 905;
+
+/// Document setting: the document's length unit, a UnitScale (vex/units.h).
+inline constexpr std::int32_t kDocumentLengthUnit = 2117;
+
+// ---------------------------------------------------------------------------------------------
+// Animation
+
+/// One key of a track: the time in seconds and the value.
+struct AnimationKey {
+  double time = 0;
+  double value = 0;
+  bool operator==(const AnimationKey&) const = default;
+};
+
+/// Names a track: the animated parameter and its component (0 x, 1 y, 2 z, 3 w; -1 the whole value).
+struct TrackId {
+  std::int32_t parameter = 0;
+  std::int32_t component = -1;
+  bool operator==(const TrackId&) const = default;
+  auto operator<=>(const TrackId&) const = default;
+};
+
+/// The keys of one animated parameter component, sorted by time, at most one key per time.
+struct AnimationTrack {
+  TrackId id;
+  std::vector<AnimationKey> keys;
+  bool operator==(const AnimationTrack&) const = default;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Render data
+
+/// One entry of a render setting's post-effect list: its type (for example the Corvane
+/// renderer's settings, 1036219) and its parameters.
+struct PostEffect {
+  std::int32_t type = 0;
+  ParamContainer parameters;
+};
+
+/// One render setting of a document: its name, its own parameters and its post effects in order.
+struct RenderData {
+  std::string name;
+  ParamContainer settings;
+  std::vector<PostEffect> postEffects;
+
+  /// The first post effect of this type in list order, or nullptr.
+  const PostEffect* FindPostEffect(std::int32_t type) const {
+    for (const auto& e : postEffects)
+      if (e.type == type) return &e;
+    return nullptr;
+  }
+};
+
 class IDocument;
 
 /// One object of a scene.
@@ -75,6 +140,22 @@ class ISceneObject {
   virtual IDocument* GetDocument() const = 0;
   virtual ISceneObject* GetParent() const = 0;
   virtual std::vector<ISceneObject*> GetChildren() const = 0;
+
+  /// The object's animation tracks in the order they were made. Objects that cannot be animated
+  /// have none.
+  virtual std::vector<AnimationTrack> GetTracks() const { return {}; }
+  /// Sets one key on a track, making the track on its first key. A key at the time of an existing
+  /// key replaces that key; keys stay sorted by time. Fails when the object cannot be animated.
+  virtual Result<void> SetKey(TrackId track, AnimationKey key) {
+    (void)track;
+    (void)key;
+    return VEX_FAIL(ErrorKind::IllegalState, "Object cannot be animated");
+  }
+  /// Removes a track with all its keys; false when the object has no such track.
+  virtual bool RemoveTrack(TrackId track) {
+    (void)track;
+    return false;
+  }
 };
 
 using SceneObjectRef = std::shared_ptr<ISceneObject>;
@@ -100,6 +181,8 @@ class IDocument {
   virtual std::vector<ISceneObject*> GetObjects() const = 0;
   /// Inserts an object created by the host's object factory (under `parent` when given).
   virtual Result<ISceneObject*> InsertObject(SceneObjectRef object, ISceneObject* parent = nullptr) = 0;
+  /// The active render setting, or nullptr for a document without render settings.
+  virtual RenderData* GetActiveRenderData() { return nullptr; }
 };
 
 /// The host's list of open documents.
