@@ -48,6 +48,9 @@ int main(int argc, char** argv) {
   cli::AddCoreCommands(app, context);
   cli::AddLightCommands(app, context);
   cli::AddAllplanCommands(app, context);
+  cli::AddMaterialCommands(app, context);
+  cli::AddArchicadCommands(app, context);
+  cli::AddFileCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -1,0 +1,8 @@
+// vexinterop material export|import
+#include "cli/commands.h"
+
+namespace cli {
+
+void AddMaterialCommands(CLI::App&, Context&) {}
+
+}  // namespace cli
