@@ -1,5 +1,6 @@
 #include "host/paramset_json.h"
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -149,6 +150,39 @@ struct Reader {
     return out;
   }
 
+  /// A texture described by its size, as the mapping dumps write it: read back as a texture of
+  /// that size filled with the constant beside it, so that a dump maps again like its original.
+  vex::Result<vex::TextureBuffer> DescribedTexture(const std::string& key, const Json& description,
+                                                   const vex::Parameter& p) const {
+    constexpr std::int64_t kMaxSide = 1 << 15;
+    const auto side = [&](const char* name) -> vex::Result<std::int64_t> {
+      const auto it = description.find(name);
+      if (it == description.end() || !it->is_number_integer() || it->get<std::int64_t>() < 1 ||
+          it->get<std::int64_t>() > kMaxSide)
+        return std::unexpected(Fail(key + ".texture", std::string("expected \"") + name + "\" between 1 and " +
+                                                          std::to_string(kMaxSide)));
+      return it->get<std::int64_t>();
+    };
+    if (description.size() != 2) return std::unexpected(Fail(key + ".texture", "expected {\"width\", \"height\"}"));
+    VEX_ASSIGN(const std::int64_t width, side("width"));
+    VEX_ASSIGN(const std::int64_t height, side("height"));
+    std::array<float, 4> fill{0.0f, 0.0f, 0.0f, 1.0f};
+    if (const auto* c = p.Constant()) {
+      const auto f = [](double v) { return static_cast<float>(v); };
+      std::visit(Overloaded{[&](double v) { fill = {f(v), f(v), f(v), 1.0f}; },
+                            [&](const vex::Vector2d& v) { fill = {f(v.x), f(v.y), 0.0f, 1.0f}; },
+                            [&](const vex::Vector3d& v) { fill = {f(v.x), f(v.y), f(v.z), 1.0f}; },
+                            [&](const vex::Vector4d& v) { fill = {f(v.x), f(v.y), f(v.z), f(v.w)}; },
+                            [&](const vex::Color& v) { fill = {f(v.r), f(v.g), f(v.b), 1.0f}; },
+                            [&](const vex::ColorA& v) { fill = {f(v.r), f(v.g), f(v.b), f(v.a)}; },
+                            [](const auto&) {}},
+                 c->Value());
+    }
+    vex::TextureBuffer buffer = vex::TextureBuffer::Make(width, height, fill);
+    if (buffer.IsEmpty()) return std::unexpected(Fail(key + ".texture", "out of memory"));
+    return buffer;
+  }
+
   vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortSpec* portSpec) const {
     if (!entry.is_object()) return std::unexpected(Fail(key, "expected an object with \"type\" and \"value\""));
     for (const auto& [field, unused] : entry.items()) {
@@ -188,6 +222,10 @@ struct Reader {
     }
     if (auto props = entry.find("properties"); props != entry.end()) {
       VEX_ASSIGN(p.properties, Properties(key, *props));
+    }
+    if (auto tex = entry.find("texture"); tex != entry.end() && tex->is_object()) {
+      VEX_ASSIGN(p.texture, DescribedTexture(key, *tex, p));
+      return p;
     }
     if (auto tex = entry.find("texture"); tex != entry.end()) {
       if (!tex->is_string()) return std::unexpected(Fail(key, "\"texture\" must be an image path"));

@@ -2,6 +2,9 @@
 // so the host's configuration service knows them before the first mapping runs.
 #include "material/mapping/configuration.h"
 
+#include <new>
+#include <optional>
+
 #include "frame/module.h"
 #include "vex/host.h"
 
@@ -19,7 +22,24 @@ vex::Result<void> WriteMappingDump(std::string_view directory, const vex::Parame
   if (!base.empty() && base.back() != '/' && base.back() != '\\') base.push_back('/');
   const std::string prefix = base + std::to_string(ms);
   VEX_TRY(host.files->WriteParameterSet(prefix + "_mapping_input", input));
-  return host.files->WriteParameterSet(prefix + "_mapping_output", output);
+  auto written = host.files->WriteParameterSet(prefix + "_mapping_output", output);
+  // A dump is the pair or nothing: without its output the input is removed again.
+  if (!written) (void)host.files->Remove(prefix + "_mapping_input");
+  return written;
+}
+
+vex::Result<void> WriteMappingDump(std::string_view directory, const vex::ParameterSet& input,
+                                   const vex::ParameterSet& output, const vex::Id& inputBundle) {
+  if (input.GetBundle().IsPopulated() || !inputBundle.IsPopulated())
+    return WriteMappingDump(directory, input, output);
+  std::optional<vex::ParameterSet> tagged;
+  try {
+    tagged.emplace(input);
+  } catch (const std::bad_alloc&) {
+    return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
+  }
+  VEX_TRY(tagged->Tag(inputBundle));
+  return WriteMappingDump(directory, *tagged, output);
 }
 
 namespace {

@@ -22,4 +22,10 @@ std::string SettingValue(std::string_view name);
 vex::Result<void> WriteMappingDump(std::string_view directory, const vex::ParameterSet& input,
                                    const vex::ParameterSet& output);
 
+/// As above, for a mapping that kept its source bundle with its input: an input set without a
+/// bundle tag is written tagged with `inputBundle`, so that the dump reads back as a set of the
+/// bundle the mapping ran for.
+vex::Result<void> WriteMappingDump(std::string_view directory, const vex::ParameterSet& input,
+                                   const vex::ParameterSet& output, const vex::Id& inputBundle);
+
 }  // namespace interop::mapping
