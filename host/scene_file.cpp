@@ -468,6 +468,7 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
                         const ReadOptions& options) {
   VEX_ASSIGN(Json root, ParseJson(text, source));
   const Reader reader{source, options};
+  if (!root.is_object()) return std::unexpected(reader.Fail("(top)", "expected an object"));
   VEX_TRY(reader.Keys(root, {"format", "version", "name", "settings", "data", "renderData", "objects"}, ""));
   if (root.contains("format") && root["format"] != "vexon-scene")
     return std::unexpected(reader.Fail("format", "expected \"vexon-scene\""));

@@ -27,4 +27,9 @@ for example in examples/*.json; do
     "$tool" map "$example" --to "$target" -o "out/$name/$short.json"
   done
 done
+# Lights: colour temperature, base intensity, unit conversion and a light built from a description.
+"$tool" light colortemp 3200 --normalize
+"$tool" light base-intensity examples/lights_scene.vex --object Key
+"$tool" light convert examples/lights_scene.vex --object Key --units 3 -o out/lights/radiant.vex
+"$tool" light build examples/light_description.json -o out/lights/window_fill.vex
 echo "results in out/"
