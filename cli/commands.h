@@ -2,6 +2,7 @@
 // reaches the module only through the library the reference host loads.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,6 +23,8 @@ class Context {
   std::string modulePath;             ///< --module; default: the library beside the executable
   std::vector<std::string> settings;  ///< --set name=value
   bool verbose = false;               ///< --verbose: echo console lines and dialogs
+  /// Runs on the new host before the module is loaded (a described registry, the user directory).
+  std::function<vex::Result<void>(host::ReferenceHost&)> beforeLoad;
 
   /// The host with the module loaded and the settings applied (loaded on first use).
   vex::Result<host::ReferenceHost*> Host();
@@ -41,5 +44,6 @@ void AddAllplanCommands(CLI::App& app, Context& context);   // allplan ...
 void AddMaterialCommands(CLI::App& app, Context& context);  // material export|import
 void AddArchicadCommands(CLI::App& app, Context& context);  // archicad ...
 void AddFileCommands(CLI::App& app, Context& context);      // export, convert, import
+void AddMergeCommands(CLI::App& app, Context& context);     // merge
 
 }  // namespace cli

@@ -11,6 +11,7 @@ vex::Result<host::ReferenceHost*> Context::Host() {
   options.quiet = !verbose;
   auto h = std::make_unique<host::ReferenceHost>(options);
   h->dialogs().echo = verbose;
+  if (beforeLoad) VEX_TRY(beforeLoad(*h));
   const std::string path = modulePath.empty() ? host::ReferenceHost::DefaultModulePath() : modulePath;
   VEX_ASSIGN(host::LoadReport report, h->Load(path));
   for (const auto& p : report.problems) std::cerr << "vexinterop: warning: " << p << '\n';
@@ -51,6 +52,7 @@ int main(int argc, char** argv) {
   cli::AddMaterialCommands(app, context);
   cli::AddArchicadCommands(app, context);
   cli::AddFileCommands(app, context);
+  cli::AddMergeCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

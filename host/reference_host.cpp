@@ -35,6 +35,8 @@ ReferenceHost::ReferenceHost(const HostOptions& options)
   api_.plugins = &plugins_;
   api_.documents = &documents_;
   api_.units = &units_;
+  api_.registry = &registry_;
+  api_.processes = &processes_;
   // The host's own helpers (lookups, interning) go through the same tables as the module's.
   if (!vex::IsHostBound()) {
     vex::BindHost(&api_);

@@ -11,6 +11,8 @@
 #include "host/component_system.h"
 #include "host/plugins.h"
 #include "host/port_bundles.h"
+#include "host/processes.h"
+#include "host/registry_file.h"
 #include "host/scene.h"
 #include "host/services.h"
 #include "host/units.h"
@@ -54,6 +56,9 @@ class ReferenceHost {
   const PortBundles& bundles() const { return bundles_; }
   Documents& documents() { return documents_; }
   const Units& units() const { return units_; }
+  /// The current user's registry: empty unless a test or the user describes one (".reg" file).
+  RegistryFile& registry() { return registry_; }
+  Processes& processes() { return processes_; }
 
   /// For tests that link the module's objects: binds this host into the calling binary's glue
   /// and reads and initialises the declarations linked into it.
@@ -91,6 +96,8 @@ class ReferenceHost {
   PluginRegistry plugins_;
   Documents documents_;
   Units units_;
+  RegistryFile registry_;
+  Processes processes_;
   vex::HostApi api_;
   vex::ModuleHostContext moduleContext_;
   void* library_ = nullptr;

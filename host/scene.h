@@ -67,6 +67,8 @@ class Document final : public vex::IDocument {
   /// this document. Marks the document changed.
   vex::Result<vex::ISceneObject*> InsertObject(vex::SceneObjectRef object, vex::ISceneObject* parent) override;
   vex::RenderData* GetActiveRenderData() override;
+  /// Detaches an object of this document (with its children); it may be inserted again.
+  vex::Result<void> RemoveObject(vex::ISceneObject* object) override;
 
   const std::vector<std::shared_ptr<SceneObject>>& Objects() const { return objects_; }
   /// Every object, depth first, parents before their children.
@@ -108,6 +110,27 @@ class Documents final : public vex::IDocuments {
   void CloseAll();
   void SetActive(Document* document) { active_ = document; }
   Document* Active() const { return active_; }
+
+  // Files and the document list on behalf of modules (host/document_files.cpp). Only the native
+  // scene format is saved; the save and load flags are recorded, the reference host has no use
+  // for them.
+  vex::Result<void> SaveDocument(vex::IDocument& document, std::string_view path, std::int32_t format,
+                                 std::int32_t flags) override;
+  vex::Result<std::unique_ptr<vex::IDocument>> LoadDocument(std::string_view path, std::int32_t flags) override;
+  vex::IDocument* InsertDocument(std::unique_ptr<vex::IDocument> document) override;
+  void SetActiveDocument(vex::IDocument* document) override;
+  bool CloseDocument(vex::IDocument* document) override;
+  void Refresh() override { ++refreshes; }
+  /// Every save and load a module asked for, in order.
+  struct FileRecord {
+    std::string operation;  ///< "save" or "load"
+    std::string path;
+    std::int32_t format = 0;
+    std::int32_t flags = 0;
+    bool ok = false;
+  };
+  std::vector<FileRecord> fileLog;
+  int refreshes = 0;
 
  private:
   std::vector<std::unique_ptr<Document>> documents_;

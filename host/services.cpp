@@ -1,5 +1,7 @@
 #include "host/services.h"
 
+#include <sys/xattr.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -150,6 +152,21 @@ bool Dialogs::Question(std::string_view text) {
   return answerQuestions;
 }
 
+std::optional<std::vector<bool>> Dialogs::Choose(std::string_view text, const std::vector<Choice>& choices) {
+  std::lock_guard lock(mutex_);
+  std::vector<bool> answer;
+  for (std::size_t i = 0; i < choices.size(); ++i)
+    answer.push_back(choices[i].enabled && choiceAnswers && i < choiceAnswers->size() ? (*choiceAnswers)[i]
+                                                                                       : choices[i].preset);
+  std::string record(text);
+  for (std::size_t i = 0; i < choices.size(); ++i)
+    record += std::string("\n") + (!choices[i].enabled ? "[-] " : answer[i] ? "[x] " : "[ ] ") + choices[i].label;
+  records_.push_back({record, true, !cancelChoices});
+  if (echo) std::cerr << "[choose] " << record << (cancelChoices ? "\n-> cancel" : "\n-> ok") << '\n';
+  if (cancelChoices) return std::nullopt;
+  return answer;
+}
+
 std::vector<Dialogs::Record> Dialogs::Records() const {
   std::lock_guard lock(mutex_);
   return records_;
@@ -216,13 +233,26 @@ vex::Result<void> FileSystem::Remove(std::string_view path) {
 }
 
 vex::Result<std::unique_ptr<vex::IFile>> FileSystem::OpenWrite(std::string_view path,
-                                                               const vex::FileOpenOptions&) {
-  // Byte order, type and creator matter only to hosts on systems with file metadata.
+                                                               const vex::FileOpenOptions& options) {
+  // The byte order concerns only values wider than a byte; type and creator are kept below.
   const std::string native = NativePath(path);
   std::FILE* f = std::fopen(native.c_str(), "wb");
   if (!f) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot open for writing");
+  {
+    std::lock_guard lock(openedMutex_);
+    opened_.push_back({native, options});
+  }
+  // Kept where the file system has extended attributes; silently dropped where it has not.
+  if (!options.type.empty()) (void)setxattr(native.c_str(), "user.vexon.type", options.type.data(), options.type.size(), 0);
+  if (!options.creator.empty())
+    (void)setxattr(native.c_str(), "user.vexon.creator", options.creator.data(), options.creator.size(), 0);
   std::setvbuf(f, nullptr, _IOFBF, 1 << 20);
   return std::unique_ptr<vex::IFile>(std::make_unique<PlainFile>(f, native));
+}
+
+std::vector<FileSystem::OpenRecord> FileSystem::Opened() const {
+  std::lock_guard lock(openedMutex_);
+  return opened_;
 }
 
 std::string FileSystem::UserWritePath() const {

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -78,10 +79,16 @@ class Dialogs final : public vex::IDialogs {
   };
   void Message(std::string_view text) override;
   bool Question(std::string_view text) override;
+  /// Recorded as a question whose text lists the boxes as answered ("[x] label"). Answers with
+  /// `choiceAnswers` when set (boxes past its end keep their preset), else with the presets;
+  /// `cancelChoices` cancels.
+  std::optional<std::vector<bool>> Choose(std::string_view text, const std::vector<Choice>& choices) override;
   std::vector<Record> Records() const;
   void Clear();
   bool answerQuestions = false;
   bool echo = false;  ///< print each dialog to stderr
+  std::optional<std::vector<bool>> choiceAnswers;
+  bool cancelChoices = false;
 
  private:
   mutable std::mutex mutex_;
@@ -100,6 +107,18 @@ class FileSystem final : public vex::IFileSystem {
   std::string UserWritePath() const override;
   vex::Result<void> WriteParameterSet(std::string_view path, const vex::ParameterSet& set) override;
   std::string userWritePath;  ///< empty: $XDG_DATA_HOME or ~/.local/share, then "vexon"
+  /// Every file OpenWrite opened, with the options asked for. On file systems with extended
+  /// attributes a four-character type and creator are also kept as "user.vexon.type" and
+  /// "user.vexon.creator"; the byte order concerns only values wider than a byte.
+  struct OpenRecord {
+    std::string path;
+    vex::FileOpenOptions options;
+  };
+  std::vector<OpenRecord> Opened() const;
+
+ private:
+  mutable std::mutex openedMutex_;
+  std::vector<OpenRecord> opened_;
 };
 
 /// Image files through OpenImageIO.

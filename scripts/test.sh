@@ -8,6 +8,8 @@ jobs=$(nproc)
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 ninja -C build -j"$jobs"
 ctest --test-dir build --output-on-failure -j"$jobs"
+# The Windows registry code, cross-built and run under Wine.
+bash scripts/test-windows.sh
 
 if [ "${INTEROP_SKIP_SANITIZERS:-0}" != "1" ]; then
   cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DINTEROP_SANITIZE=ON -DINTEROP_BUILD_BENCH=OFF >/dev/null

@@ -18,6 +18,8 @@
 #include "vex/id.h"
 #include "vex/material.h"
 #include "vex/plugins.h"
+#include "vex/process.h"
+#include "vex/registry.h"
 #include "vex/scene.h"
 #include "vex/units.h"
 
@@ -92,6 +94,19 @@ class IDialogs {
   virtual ~IDialogs() = default;
   virtual void Message(std::string_view text) = 0;
   virtual bool Question(std::string_view text) = 0;
+  /// One check box of a choice dialog.
+  struct Choice {
+    std::string label;
+    bool preset = false;
+    bool enabled = true;  ///< a disabled box is shown greyed out; its answer is its preset
+  };
+  /// A dialog with a text and check boxes; returns the boxes as the user left them, or nothing when
+  /// the user cancelled. A host without such a dialog asks one question per box.
+  virtual std::optional<std::vector<bool>> Choose(std::string_view text, const std::vector<Choice>& choices) {
+    std::vector<bool> out;
+    for (const auto& c : choices) out.push_back(c.enabled ? Question(std::string(text) + "\n" + c.label) : c.preset);
+    return out;
+  }
 };
 
 /// An open file of the host's file service.
@@ -186,6 +201,8 @@ struct HostApi {
   IPluginRegistry* plugins = nullptr;
   IDocuments* documents = nullptr;
   IUnits* units = nullptr;
+  IRegistry* registry = nullptr;    ///< the current user's registry (Windows), or a described one
+  IProcesses* processes = nullptr;  ///< starting other programs
 };
 
 /// Binds (or, with nullptr, unbinds) the host tables for this binary's glue.

@@ -30,6 +30,11 @@ class ICommand {
   virtual bool Message(std::int32_t id, void* data) = 0;
 };
 
+/// Scene-hook message for document events; its sub-type says which.
+inline constexpr std::int32_t kMsgDocumentEvent = 1001078;
+/// Sub-type of kMsgDocumentEvent: the document is about to be closed.
+inline constexpr std::int32_t kDocumentClosing = 1008;
+
 /// A hook that sees scene messages before the host's default handling.
 class ISceneHook {
  public:

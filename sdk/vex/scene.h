@@ -183,6 +183,11 @@ class IDocument {
   virtual Result<ISceneObject*> InsertObject(SceneObjectRef object, ISceneObject* parent = nullptr) = 0;
   /// The active render setting, or nullptr for a document without render settings.
   virtual RenderData* GetActiveRenderData() { return nullptr; }
+  /// Takes a top-level object (with its children) out of the document.
+  virtual Result<void> RemoveObject(ISceneObject* object) {
+    (void)object;
+    return VEX_FAIL(ErrorKind::IllegalState, "Objects cannot be removed from this document");
+  }
 };
 
 /// The host's list of open documents.
@@ -193,6 +198,34 @@ class IDocuments {
   virtual IDocument* GetActiveDocument() const = 0;
   /// Creates a host object of the given type, not yet inserted anywhere.
   virtual Result<SceneObjectRef> CreateObject(std::int32_t type) = 0;
+
+  /// Host format id of the native scene file (suffix "vex").
+  static constexpr std::int32_t kNativeSceneFormat = 1001026;
+  /// Saves a document to `path` in a format (`kNativeSceneFormat`) with the host's save flags. The
+  /// document keeps its name and path; its changed state is cleared.
+  virtual Result<void> SaveDocument(IDocument& document, std::string_view path, std::int32_t format,
+                                    std::int32_t flags) {
+    (void)document, (void)path, (void)format, (void)flags;
+    return VEX_FAIL(ErrorKind::IllegalState, "This host cannot save documents");
+  }
+  /// Loads a scene file with the host's load flags into a new document that is not yet in the list.
+  virtual Result<std::unique_ptr<IDocument>> LoadDocument(std::string_view path, std::int32_t flags) {
+    (void)path, (void)flags;
+    return VEX_FAIL(ErrorKind::IllegalState, "This host cannot load documents");
+  }
+  /// Puts a document made by LoadDocument into the list (last); returns it.
+  virtual IDocument* InsertDocument(std::unique_ptr<IDocument> document) {
+    (void)document;
+    return nullptr;
+  }
+  virtual void SetActiveDocument(IDocument* document) { (void)document; }
+  /// Closes a document without asking anyone; false when it is not in the list.
+  virtual bool CloseDocument(IDocument* document) {
+    (void)document;
+    return false;
+  }
+  /// Asks the host to redraw and update its views after a change.
+  virtual void Refresh() {}
 };
 
 }  // namespace vex
