@@ -74,6 +74,12 @@ int RunMap(Context& context, const MapArgs& args) {
   if (!set) return Fail(set.error());
   if (auto target = host.bundles().Find(args.target); !target) return Fail(target.error());
   auto mapping = vex::FindMapping(set->GetBundle().View(), args.target);
+  if (!mapping) {
+    // A mapping that serves both directions (Corvane <-> glTF) is registered under its export
+    // direction; it takes the import direction when it accepts a set of its target bundle.
+    auto reverse = vex::FindMapping(args.target, set->GetBundle().View());
+    if (reverse && (*reverse)->PassOne(*set)) mapping = std::move(reverse);
+  }
   if (!mapping) return Fail(mapping.error(), kExitNoMapping);
   auto source = std::make_shared<const vex::ParameterSet>(std::move(*set));
   auto result = (*mapping)->MapMaterialData(source);

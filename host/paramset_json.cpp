@@ -1,8 +1,11 @@
 #include "host/paramset_json.h"
 
 #include <array>
+#include <bit>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -52,10 +55,83 @@ Json PropertiesToJson(const vex::DataDictionary& props) {
   return out;
 }
 
+// Base64 (RFC 4648, with padding) for the pixels of embedded textures.
+constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+std::string Base64Encode(const unsigned char* data, std::size_t size) {
+  std::string out;
+  out.reserve((size + 2) / 3 * 4);
+  std::size_t i = 0;
+  for (; i + 2 < size; i += 3) {
+    const std::uint32_t v = (std::uint32_t(data[i]) << 16) | (std::uint32_t(data[i + 1]) << 8) | data[i + 2];
+    out += kBase64Alphabet[(v >> 18) & 63];
+    out += kBase64Alphabet[(v >> 12) & 63];
+    out += kBase64Alphabet[(v >> 6) & 63];
+    out += kBase64Alphabet[v & 63];
+  }
+  if (i < size) {
+    std::uint32_t v = std::uint32_t(data[i]) << 16;
+    if (i + 1 < size) v |= std::uint32_t(data[i + 1]) << 8;
+    out += kBase64Alphabet[(v >> 18) & 63];
+    out += kBase64Alphabet[(v >> 12) & 63];
+    out += i + 1 < size ? kBase64Alphabet[(v >> 6) & 63] : '=';
+    out += '=';
+  }
+  return out;
+}
+
+/// Decodes into exactly `size` bytes; false on a malformed text or another length.
+bool Base64Decode(std::string_view text, unsigned char* out, std::size_t size) {
+  if (text.size() % 4 != 0 || text.size() / 4 * 3 < size || text.size() / 4 * 3 >= size + 3) return false;
+  auto value = [](char c) -> int {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    if (c == '+') return 62;
+    if (c == '/') return 63;
+    return -1;
+  };
+  std::size_t o = 0;
+  for (std::size_t i = 0; i < text.size(); i += 4) {
+    int v[4];
+    for (int k = 0; k < 4; ++k) {
+      const char c = text[i + static_cast<std::size_t>(k)];
+      v[k] = (c == '=' && i + 4 == text.size() && k >= 2) ? 0 : value(c);
+      if (v[k] < 0) return false;
+    }
+    const std::uint32_t bits = (std::uint32_t(v[0]) << 18) | (std::uint32_t(v[1]) << 12) |
+                               (std::uint32_t(v[2]) << 6) | std::uint32_t(v[3]);
+    for (int k = 0; k < 3 && o < size; ++k) out[o++] = static_cast<unsigned char>(bits >> (16 - 8 * k));
+  }
+  return o == size;
+}
+
+static_assert(std::endian::native == std::endian::little, "embedded pixels are little-endian floats");
+
+Json EmbeddedTexture(const vex::TextureBuffer& t) {
+  Json e = Json::object();
+  e["width"] = t._dimensions.width;
+  e["height"] = t._dimensions.height;
+  if (!t.colorSpace.empty()) e["colorSpace"] = t.colorSpace;
+  const std::size_t bytes = t.GetCount() * 4 * sizeof(float);
+  e["pixels"] = t._pixels ? Base64Encode(reinterpret_cast<const unsigned char*>(t._pixels->Data()), bytes)
+                          : std::string();
+  return e;
+}
+
+/// An image file a parameter names, read after the whole set is parsed (several at a time).
+struct PendingTexture {
+  std::string port;
+  std::string key;
+  std::string path;
+  bool color = false;
+};
+
 struct Reader {
   const std::string& source;
   const std::string& baseDir;
   const ReadOptions& options;
+  std::vector<PendingTexture>* pending = nullptr;
 
   vex::Error Fail(const std::string& key, const std::string& problem) const {
     return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + key + ": " + problem, VEX_UNIT, __LINE__);
@@ -150,8 +226,8 @@ struct Reader {
     return out;
   }
 
-  /// A texture described by its size, as the mapping dumps write it: read back as a texture of
-  /// that size filled with the constant beside it, so that a dump maps again like its original.
+  /// A texture given only by its size (hand-written sets, older dumps): read back as a texture of
+  /// that size filled with the constant beside it.
   vex::Result<vex::TextureBuffer> DescribedTexture(const std::string& key, const Json& description,
                                                    const vex::Parameter& p) const {
     constexpr std::int64_t kMaxSide = 1 << 15;
@@ -181,6 +257,36 @@ struct Reader {
     vex::TextureBuffer buffer = vex::TextureBuffer::Make(width, height, fill);
     if (buffer.IsEmpty()) return std::unexpected(Fail(key + ".texture", "out of memory"));
     return buffer;
+  }
+
+  /// An inline texture as the dumps write it (see TextureMode::Embed).
+  vex::Result<vex::TextureBuffer> EmbeddedTexture(const std::string& key, const Json& tex) const {
+    const std::string where = key + ".texture";
+    for (const auto& [field, unused] : tex.items()) {
+      (void)unused;
+      if (field != "width" && field != "height" && field != "colorSpace" && field != "pixels")
+        return std::unexpected(Fail(where, "unknown key \"" + field + "\""));
+    }
+    const auto w = tex.find("width");
+    const auto h = tex.find("height");
+    const auto px = tex.find("pixels");
+    if (w == tex.end() || h == tex.end() || !w->is_number_unsigned() || !h->is_number_unsigned())
+      return std::unexpected(Fail(where, "expected \"width\" and \"height\" as non-negative integers"));
+    if (px == tex.end() || !px->is_string())
+      return std::unexpected(Fail(where, "expected \"pixels\" (base64 of RGBA 32-bit floats)"));
+    const auto width = w->get<std::int64_t>();
+    const auto height = h->get<std::int64_t>();
+    if (width > (1 << 16) || height > (1 << 16)) return std::unexpected(Fail(where, "texture too large"));
+    vex::TextureBuffer t;
+    t._dimensions = {width, height};
+    t._pixels = vex::PixelArray::Allocate(static_cast<std::size_t>(width * height));
+    if (!t._pixels) return std::unexpected(Fail(where, "out of memory"));
+    if (auto cs = tex.find("colorSpace"); cs != tex.end() && cs->is_string()) t.colorSpace = cs->get<std::string>();
+    const std::size_t bytes = t._pixels->GetCount() * 4 * sizeof(float);
+    if (!Base64Decode(px->get_ref<const std::string&>(), reinterpret_cast<unsigned char*>(t._pixels->Data()), bytes))
+      return std::unexpected(Fail(where, "\"pixels\" is not base64 of " + std::to_string(width) + " x " +
+                                             std::to_string(height) + " RGBA floats"));
+    return t;
   }
 
   vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortSpec* portSpec) const {
@@ -224,16 +330,19 @@ struct Reader {
       VEX_ASSIGN(p.properties, Properties(key, *props));
     }
     if (auto tex = entry.find("texture"); tex != entry.end() && tex->is_object()) {
-      VEX_ASSIGN(p.texture, DescribedTexture(key, *tex, p));
+      if (tex->contains("pixels")) {
+        VEX_ASSIGN(p.texture, EmbeddedTexture(key, *tex));
+      } else {
+        VEX_ASSIGN(p.texture, DescribedTexture(key, *tex, p));
+      }
       return p;
     }
     if (auto tex = entry.find("texture"); tex != entry.end()) {
       if (!tex->is_string()) return std::unexpected(Fail(key, "\"texture\" must be an image path"));
-      if (options.images) {
+      if (options.images && pending) {
         const fs::path file = fs::path(baseDir) / tex->get<std::string>();
-        auto buffer = options.images->Read(file.string(), portSpec ? portSpec->color : false);
-        if (!buffer) return std::unexpected(Fail(key, buffer.error().message));
-        p.texture = std::move(*buffer);
+        pending->push_back({key.substr(std::string_view("parameters.").size()), key, file.string(),
+                            portSpec ? portSpec->color : false});
       }
     }
     return p;
@@ -264,6 +373,7 @@ std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
     }
     if (p.texture) {
       if (mode == TextureMode::Files && textureName) e["texture"] = textureName(port, *p.texture);
+      else if (mode == TextureMode::Embed) e["texture"] = EmbeddedTexture(*p.texture);
       else e["texture"] = Json{{"width", p.texture->_dimensions.width}, {"height", p.texture->_dimensions.height}};
     }
     if (!p.properties.IsEmpty()) e["properties"] = PropertiesToJson(p.properties);
@@ -275,7 +385,8 @@ std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
 
 vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const std::string& source,
                                                  const std::string& baseDir, const ReadOptions& options) {
-  Reader reader{source, baseDir, options};
+  std::vector<PendingTexture> pending;
+  Reader reader{source, baseDir, options, &pending};
   Json root = Json::parse(text, nullptr, false);
   if (root.is_discarded()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
   if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
@@ -306,6 +417,15 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
     VEX_ASSIGN(vex::Parameter p, reader.Parameter(key, entry, portSpec));
     set.Set(port, std::move(p));
   }
+  // The images, several at a time; the first failure in the file's order is reported.
+  std::vector<vex::Result<vex::TextureBuffer>> images(pending.size(), vex::TextureBuffer{});
+  ForEachImageJob(pending.size(), [&](std::size_t i) {
+    images[i] = options.images->Read(pending[i].path, pending[i].color);
+  });
+  for (std::size_t i = 0; i < pending.size(); ++i) {
+    if (!images[i]) return std::unexpected(reader.Fail(pending[i].key, images[i].error().message));
+    set.Find(pending[i].port)->texture = std::move(*images[i]);
+  }
   return set;
 }
 
@@ -331,31 +451,42 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
     if (auto b = options.bundles->Find(set.GetBundle().View())) bundle = *b;
   }
   // Everything is written under temporary names, then renamed; a failure removes what was written.
+  // The textures are encoded several at a time (each image codec is single-threaded).
+  struct TextureJob {
+    const vex::TextureBuffer* buffer;
+    fs::path temp;
+    fs::path final;
+    bool srgb;
+  };
+  std::vector<TextureJob> jobs;
   std::vector<std::pair<fs::path, fs::path>> written;
   auto discard = [&] {
     for (const auto& w : written) fs::remove(w.first, ec);
   };
-  std::optional<vex::Error> failure;
   const std::string text = DumpParameterSet(set, TextureMode::Files, [&](const std::string& port,
                                                                           const vex::TextureBuffer& buffer) {
     const std::string name = stem + "." + port + suffix;
-    if (failure) return name;
-    const fs::path final = dir / name;
-    const fs::path temp = dir / (".tmp." + name);
-    ImageWriteOptions io;
-    io.floatPixels = options.floatTextures;
+    // The port decides the encoding: colour ports are sRGB, data ports (packed channels, normals,
+    // opacity, occlusion) linear. Only a port the bundle does not know goes by the texels' origin.
     const vex::PortSpec* portSpec = bundle ? bundle->FindPort(port) : nullptr;
-    io.srgb = (portSpec && portSpec->color) || buffer.colorSpace == "sRGB";
+    const bool srgb = portSpec ? portSpec->color : buffer.colorSpace == "sRGB";
     // The temporary keeps the real suffix so the image writer picks the right format.
-    const fs::path tempWithSuffix = dir / (".tmp." + stem + "." + port + suffix);
-    if (auto r = WriteImage(tempWithSuffix.string(), buffer, io); !r) failure = r.error();
-    else written.emplace_back(tempWithSuffix, final);
-    (void)temp;
+    jobs.push_back({&buffer, dir / (".tmp." + name), dir / name, srgb});
     return name;
   });
-  if (failure) {
-    discard();
-    return std::unexpected(*failure);
+  std::vector<std::optional<vex::Error>> failures(jobs.size());
+  ForEachImageJob(jobs.size(), [&](std::size_t i) {
+    ImageWriteOptions io;
+    io.floatPixels = options.floatTextures;
+    io.srgb = jobs[i].srgb;
+    if (auto r = WriteImage(jobs[i].temp.string(), *jobs[i].buffer, io); !r) failures[i] = r.error();
+  });
+  for (const auto& job : jobs) written.emplace_back(job.temp, job.final);
+  for (const auto& failure : failures) {
+    if (failure) {
+      discard();  // a writer that failed half-way may have left its temporary too
+      return std::unexpected(*failure);
+    }
   }
   const fs::path tempJson = dir / (".tmp." + target.filename().string());
   {

@@ -22,6 +22,9 @@ namespace host::json {
 enum class TextureMode {
   Describe,  ///< a texture is written as {"width": w, "height": h} (no pixels): dumps and reports
   Files,     ///< a texture is written as the file name a writer callback chose
+  Embed,     ///< a texture is written inline: {"width": w, "height": h, "colorSpace": "sRGB" (when set),
+             ///< "pixels": base64 of w*h RGBA 32-bit little-endian floats} -- the dumps' form, which
+             ///< ParseParameterSet reads back
 };
 
 /// Serialises a set. With TextureMode::Files, `textureName(port, buffer)` names each texture file.

@@ -270,7 +270,7 @@ vex::Result<void> FileSystem::WriteParameterSet(std::string_view path, const vex
     return VEX_FAIL(vex::ErrorKind::FileIO, parent.string() + ": directory does not exist");
   std::ofstream out(native, std::ios::binary);
   if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot open for writing");
-  out << json::DumpParameterSet(set, json::TextureMode::Describe);
+  out << json::DumpParameterSet(set, json::TextureMode::Embed);
   out.close();
   if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": write failed");
   return {};

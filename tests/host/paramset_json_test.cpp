@@ -2,6 +2,7 @@
 // and leaving nothing behind on failure.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -76,12 +77,29 @@ TEST(ParameterSetJson, ErrorsNameTheFileAndTheKey) {
                                                             "texture": "missing.png"}}})")
                 .find("in.json: parameters.baseColorTexture: "),
             std::string::npos);
+  // Dumps embed their pixels; a pixel text of the wrong length is refused.
+  EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf",
+                        "parameters": {"baseColorTexture": {"type": "ColorA", "value": [1, 1, 1, 1],
+                                       "texture": {"width": 2, "height": 2, "pixels": "AAAAAAAA"}}}})"),
+            "in.json: parameters.baseColorTexture.texture: \"pixels\" is not base64 of 2 x 2 RGBA floats");
 }
 
 TEST(ParameterSetJson, TexturesRoundTripThroughImageFilesAndFailuresLeaveNothing) {
   TempDir dir;
   vex::ParameterSet set{vex::Id(vex::bundle::kGltf)};
   auto texture = vex::TextureBuffer::Make(4, 2, {0.f, 0.5f, 1.f, 1.f});
+  texture._pixels->Pixel(5)[0] = 0.123456789f;
+  {
+    // The dumps' inline form keeps every float exactly.
+    vex::ParameterSet dumped{vex::Id(vex::bundle::kGltf)};
+    dumped.Set("occlusionTexture", vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), texture));
+    const auto text = host::json::DumpParameterSet(dumped, host::json::TextureMode::Embed);
+    auto back = host::json::ParseParameterSet(text, "dump", ".", Options());
+    ASSERT_TRUE(back) << back.error().message;
+    const auto& t = *back->Find("occlusionTexture")->texture;
+    EXPECT_EQ(t._dimensions, (vex::Dimensions{4, 2}));
+    EXPECT_EQ(std::memcmp(t._pixels->Data(), texture._pixels->Data(), 4 * 2 * 16), 0);
+  }
   set.Set("metallicRoughnessTexture",
           vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), texture));
   set.SetConstant("roughnessFactor", 1.0);
@@ -96,6 +114,28 @@ TEST(ParameterSetJson, TexturesRoundTripThroughImageFilesAndFailuresLeaveNothing
   ASSERT_TRUE(p && p->texture);
   EXPECT_EQ(p->texture->_dimensions, (vex::Dimensions{4, 2}));
   EXPECT_NEAR(p->texture->_pixels->Pixel(7)[1], 0.5f, 1.f / 255);  // data stays raw: no sRGB curve
+  // The target port decides the encoding, not where the texels came from: a buffer decoded from
+  // an sRGB colour image and packed into a data port is written linear.
+  {
+    vex::ParameterSet packed{vex::Id(vex::bundle::kGltf)};
+    auto occlusion = vex::TextureBuffer::Make(2, 2, {0.5f, 0.f, 0.f, 1.f});
+    occlusion.colorSpace = "sRGB";
+    packed.Set("occlusionTexture",
+               vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), occlusion));
+    auto base = vex::TextureBuffer::Make(2, 2, {0.5f, 0.5f, 0.5f, 0.5f});
+    packed.Set("baseColorTexture", vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), base));
+    const auto packedOut = (dir.path / "packed" / "p.json");
+    fs::create_directories(packedOut.parent_path());
+    ASSERT_TRUE(host::json::WriteParameterSetFile(packedOut.string(), packed, w));
+    auto raw = host::ReadImage((dir.path / "packed" / "p.occlusionTexture.png").string(), false);
+    ASSERT_TRUE(raw);
+    EXPECT_NEAR(raw->_pixels->Pixel(0)[0], 0.5f, 1.f / 255);
+    auto encoded = host::ReadImage((dir.path / "packed" / "p.baseColorTexture.png").string(), false);
+    ASSERT_TRUE(encoded);
+    EXPECT_NEAR(encoded->_pixels->Pixel(0)[0], 188.f / 255, 1.f / 255);  // colour: sRGB-encoded
+    EXPECT_NEAR(encoded->_pixels->Pixel(0)[3], 0.5f, 1.f / 255);         // alpha stays linear
+    fs::remove_all(dir.path / "packed");
+  }
   // An unwritable target directory fails and leaves nothing behind.
   auto bad = host::json::WriteParameterSetFile((dir.path / "missing" / "x.json").string(), set, w);
   ASSERT_FALSE(bad);

@@ -2,6 +2,8 @@
 // so the host's configuration service knows them before the first mapping runs.
 #include "material/mapping/configuration.h"
 
+#include <algorithm>
+#include <memory>
 #include <new>
 #include <optional>
 
@@ -12,6 +14,24 @@ namespace interop::mapping {
 
 std::string SettingValue(std::string_view name) {
   return vex::IsHostBound() ? vex::Host().configuration->GetString(name) : std::string();
+}
+
+vex::Result<vex::ParameterSetRef> SnapshotForDump(const vex::ParameterSet& set) {
+  std::shared_ptr<vex::ParameterSet> copy;
+  try {
+    copy = std::make_shared<vex::ParameterSet>(set);
+  } catch (const std::bad_alloc&) {
+    return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
+  }
+  for (auto& [port, entry] : copy->Entries()) {
+    if (!entry.texture || !entry.texture->_pixels) continue;
+    const vex::PixelArray& pixels = *entry.texture->_pixels;
+    auto owned = vex::PixelArray::Allocate(pixels.GetCount());
+    if (!owned) return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
+    std::copy_n(pixels.Data(), pixels.GetCount() * 4, owned->Data());
+    entry.texture->_pixels = std::move(owned);
+  }
+  return copy;
 }
 
 vex::Result<void> WriteMappingDump(std::string_view directory, const vex::ParameterSet& input,

@@ -16,6 +16,11 @@ inline constexpr std::string_view kCorvaneUsdMappingPath = "g_corvaneUSDMappingP
 /// The current value of a setting (empty when unset).
 std::string SettingValue(std::string_view name);
 
+/// A copy of `set` that owns copies of its textures' pixels, so that what a run rewrites in place
+/// does not reach it: the input a dump records is the input as the run received it. Lack of
+/// memory is the only failure.
+vex::Result<vex::ParameterSetRef> SnapshotForDump(const vex::ParameterSet& set);
+
 /// Writes "<ms>_mapping_input" and "<ms>_mapping_output" into `directory` through the host's data
 /// serialisation, <ms> being the current time in whole milliseconds. A directory that does not
 /// exist, or any failed write, is returned as the error.

@@ -202,7 +202,8 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
   if (alphaMode.value == "BLEND") {
     const vex::Color alpha{f.a, f.a, f.a};
     if (baseTexture) {
-      VEX_TRY(Set(t, "opacity", ImportedTexture(vex::PackedConstantParameter(alpha), *baseTexture, "sRGB", "a", f.a)));
+      // glTF stores alpha linearly whatever the colour channels' encoding: the opacity reads it raw.
+      VEX_TRY(Set(t, "opacity", ImportedTexture(vex::PackedConstantParameter(alpha), *baseTexture, "raw", "a", f.a)));
     } else {
       VEX_TRY(SetConstant(t, "opacity", alpha));
     }
@@ -214,15 +215,18 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
     VEX_DIAGNOSTIC("AlphaMode == MASK is not implemented yet!");
   }
 
-  // Roughness in green, metal in blue of the one packed texture.
+  // Roughness in green, metal in blue of the one packed texture. glTF's metal factor means
+  // something to the renderer only in its metalness Fresnel mode, so that mode comes with it.
   const auto metalRoughness = TextureOf(*source, "metallicRoughnessTexture");
   VEX_TRY(ImportScalar(source, t, "roughnessFactor", metalRoughness, "g", "reflection_roughness"));
+  VEX_TRY(SetConstant(t, "fresnel_type", std::string("metalness")));
   VEX_TRY(ImportScalar(source, t, "metallicFactor", metalRoughness, "b", "metalness"));
 
   VEX_ASSIGN(const auto normalScale, Read<double>(source, "normalScale"));
   if (const auto normal = TextureOf(*source, "normalTexture")) {
+    // The scale is the normal weight below; scaling the encoded vectors as well would tilt them.
     VEX_TRY(Set(t, "overall_normal", ImportedTexture(vex::PackedConstantParameter(vex::Color{0.5, 0.5, 1.0}),
-                                                     *normal, "raw", {}, normalScale.value)));
+                                                     *normal, "raw", {}, 1.0)));
   }
   VEX_TRY(SetConstant(t, "overall_normal_weight", normalScale.value));
 

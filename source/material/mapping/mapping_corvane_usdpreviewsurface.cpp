@@ -160,11 +160,14 @@ class CorvaneToUsdPreviewSurface final : public MappingBase {
   CorvaneToUsdPreviewSurface()
       : MappingBase(classid::kCorvaneToUsdPreviewSurface, vex::bundle::kCorvane, vex::bundle::kUsdPreviewSurface) {}
 
-  /// With the mapping path set, the run's input is kept and, at the end, written beside the
-  /// output into that directory; a failed write is the run's error (the output is complete by
-  /// then, but not returned).
+  /// With the mapping path set, the run's input is kept as it arrived (the pixel pass rewrites
+  /// the source's textures in place) and, at the end, written beside the output into that
+  /// directory; a failed write is the run's error (the output is complete by then, but not
+  /// returned).
   vex::Result<vex::MappingOutput> MapMaterialData(const vex::ParameterSetRef& source) override {
-    if (!SettingValue(kCorvaneUsdMappingPath).empty()) kept_ = source;
+    if (!SettingValue(kCorvaneUsdMappingPath).empty() && source != nullptr) {
+      VEX_ASSIGN(kept_, SnapshotForDump(*source));
+    }
     VEX_ASSIGN(auto target, MakeTarget(vex::bundle::kUsdPreviewSurface));
     VEX_TRY(MapToUsd(source.get(), *target));
     if (const std::string directory = SettingValue(kCorvaneUsdMappingPath); !directory.empty() && kept_ != nullptr)

@@ -277,9 +277,9 @@ TEST(GltfToCorvane, TexturesCarryColourSpaceChannelAndScale) {
     const char* colorSpace;
     const char* channel;
     double scale;
-  } expected[] = {{"diffuse_color", "sRGB", "<none>", 1.0},      {"opacity", "sRGB", "a", 0.5},
+  } expected[] = {{"diffuse_color", "sRGB", "<none>", 1.0},      {"opacity", "raw", "a", 0.5},
                   {"reflection_roughness", "raw", "g", 0.6},     {"metalness", "raw", "b", 0.9},
-                  {"overall_normal", "raw", "<none>", 0.8},      {"overall_tint", "raw", "r", 0.6},
+                  {"overall_normal", "raw", "<none>", 1.0},      {"overall_tint", "raw", "r", 0.6},
                   {"emission_color", "sRGB", "<none>", 1.0}};
   for (const auto& e : expected) {
     const vex::Parameter* p = c.Find(e.port);
@@ -296,6 +296,7 @@ TEST(GltfToCorvane, TexturesCarryColourSpaceChannelAndScale) {
   EXPECT_EQ(c.Find("opacity")->texture->_pixels, base._pixels);
   EXPECT_EQ(c.Find("metalness")->texture->_pixels, metalRough._pixels);
   EXPECT_EQ(Const<double>(c, "reflection_roughness"), 0.6);
+  EXPECT_EQ(Const<std::string>(c, "fresnel_type"), "metalness");
   EXPECT_EQ(Const<double>(c, "overall_normal_weight"), 0.8);
   EXPECT_EQ(Const<vex::Color>(c, "emission_color"), (vex::Color{1, 0.5, 0}));
   // Emission weight always comes last.
