@@ -1,8 +1,415 @@
-// vexinterop export, convert, import
+// vexinterop convert | import: parameter sets to files other tools open, and
+// such files back to parameter sets.
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <random>
+#include <set>
+
+#include <nlohmann/json.hpp>
+#include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/task_arena.h>
+
 #include "cli/commands.h"
+#include "host/formats/conversion.h"
+#include "host/formats/formats.h"
+#include "host/formats/readers.h"
+#include "host/paramset_json.h"
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
 
 namespace cli {
+namespace {
 
-void AddFileCommands(CLI::App&, Context&) {}
+std::string Describe(const vex::Error& error) {
+  return error.message + " (" + error.unit + ":" + std::to_string(error.line) + ")";
+}
+
+/// A fresh directory beside `target` ("<target>.partial-<n>") that a command fills before it
+/// renames it into place, so that a failure leaves no half-written output.
+vex::Result<fs::path> MakeScratchBeside(const fs::path& target) {
+  std::random_device random;
+  std::error_code ec;
+  const fs::path parent = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+  if (!fs::is_directory(parent, ec)) fs::create_directories(parent, ec);
+  for (int attempt = 0; attempt < 8; ++attempt) {
+    fs::path scratch = parent / ("." + target.filename().string() + ".partial-" + std::to_string(random() % 1000000));
+    if (fs::create_directory(scratch, ec)) return scratch;
+    if (ec) break;
+  }
+  return VEX_FAIL(vex::ErrorKind::FileIO, parent.string() + ": cannot create a directory" +
+                                              (ec ? ": " + ec.message() : std::string()));
+}
+
+/// Puts the scratch directory's content at `target`: renamed as a whole when `target` does not
+/// exist (or, with `replace`, after removing it), else moved in file by file.
+vex::Result<void> MoveIntoPlace(const fs::path& scratch, const fs::path& target, bool replace) {
+  std::error_code ec;
+  if (replace && fs::exists(target, ec)) fs::remove_all(target, ec);
+  if (!fs::exists(target, ec)) {
+    fs::rename(scratch, target, ec);
+    if (ec) return VEX_FAIL(vex::ErrorKind::FileIO, target.string() + ": cannot write: " + ec.message());
+    return {};
+  }
+  for (const auto& entry : fs::directory_iterator(scratch)) {
+    fs::rename(entry.path(), target / entry.path().filename(), ec);
+    if (ec) return VEX_FAIL(vex::ErrorKind::FileIO, target.string() + ": cannot write: " + ec.message());
+  }
+  fs::remove_all(scratch, ec);
+  return {};
+}
+
+// --- convert --------------------------------------------------------------------------------------
+
+struct ConvertArgs {
+  std::vector<std::string> inputs;
+  std::string to;
+  std::string output;
+  bool emissiveStrength = false;
+  bool fbxBinary = false;
+  int maxTextureSize = 0;
+  bool powerOfTwo = false;
+  std::string report;
+};
+
+struct Outcome {
+  bool ok = false;
+  bool noMapping = false;
+  std::string message;  ///< the failure, or what was written
+  std::vector<std::string> warnings;
+  Json report = Json::object();  ///< what each port of the written set became (for --report)
+};
+
+/// The report entry of a written material: every port of the set the writer took, with its
+/// value (textures by size and by the file they became), the defaults a mapping used, warnings.
+Json ReportEntry(const host::formats::FormatSet& formatSet, const host::formats::WrittenMaterial& written,
+                 const std::vector<std::string>& resized) {
+  Json entry = Json::object();
+  entry["bundle"] = formatSet.set->GetBundle().Str();
+  entry["mapped"] = formatSet.mapped;
+  entry["files"] = written.files;
+  Json ports = Json::parse(host::json::DumpParameterSet(*formatSet.set, host::json::TextureMode::Describe))["parameters"];
+  for (const auto& [port, file] : written.textures)
+    if (ports.contains(port)) ports[port]["file"] = file;
+  entry["ports"] = std::move(ports);
+  Json defaults = Json::array();
+  for (const auto& d : formatSet.defaults) defaults.push_back({{"source", d.sourcePort}, {"target", d.targetPort}});
+  entry["defaultsUsed"] = std::move(defaults);
+  entry["resized"] = resized;
+  entry["warnings"] = written.warnings;
+  return entry;
+}
+
+std::string ReportValue(const Json& port) {
+  if (port.contains("value")) return port["value"].dump();
+  if (port.contains("url")) return port["url"].dump();
+  return "";
+}
+
+/// The report as Markdown: one section per input.
+std::string ReportMarkdown(const Json& report) {
+  std::string md = "# vexinterop convert to " + report["format"].get<std::string>() + "\n";
+  for (const auto& m : report["materials"]) {
+    md += "\n## " + m["input"].get<std::string>() + "\n\n";
+    if (!m["ok"].get<bool>()) {
+      md += "Failed: " + m["error"].get<std::string>() + "\n";
+      continue;
+    }
+    md += "Bundle `" + m["bundle"].get<std::string>() + "`" + (m["mapped"].get<bool>() ? " (mapped)" : "") +
+          "; files: " + m["files"].front().get<std::string>() + "\n\n| port | value | texture |\n|---|---|---|\n";
+    for (const auto& [port, value] : m["ports"].items()) {
+      std::string texture;
+      if (value.contains("texture"))
+        texture = value.value("file", std::string("-")) + " (" + std::to_string(value["texture"]["width"].get<int>()) +
+                  "x" + std::to_string(value["texture"]["height"].get<int>()) + ")";
+      md += "| " + port + " | " + ReportValue(value) + " | " + texture + " |\n";
+    }
+    for (const auto& d : m["defaultsUsed"])
+      md += "\nDefault used: " + d["source"].get<std::string>() + " -> " + d["target"].get<std::string>() + "\n";
+    for (const auto& r : m["resized"]) md += "\nResized: " + r.get<std::string>() + "\n";
+    for (const auto& w : m["warnings"]) md += "\nWarning: " + w.get<std::string>() + "\n";
+  }
+  return md;
+}
+
+/// Writes the report (Markdown for a ".md" name, else JSON) under a temporary name, then renames.
+vex::Result<void> WriteReport(const std::string& path, const Json& report) {
+  const fs::path target(path);
+  const std::string text = target.extension() == ".md" ? ReportMarkdown(report) : report.dump(2) + "\n";
+  const fs::path temp = target.parent_path() / ("." + target.filename().string() + ".partial");
+  std::error_code ec;
+  if (!target.parent_path().empty()) fs::create_directories(target.parent_path(), ec);
+  {
+    std::ofstream out(temp, std::ios::binary);
+    out << text;
+    out.close();
+    if (!out) {
+      fs::remove(temp, ec);
+      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+    }
+  }
+  fs::rename(temp, target, ec);
+  if (ec) {
+    fs::remove(temp, ec);
+    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + ec.message());
+  }
+  return {};
+}
+
+Outcome Failed(const vex::Error& error) {
+  Outcome outcome;
+  outcome.message = Describe(error);
+  outcome.noMapping = error.kind == vex::ErrorKind::NotFound;
+  return outcome;
+}
+
+/// One set (from a JSON file, or from a scene's material exporter) as the material `name` in
+/// "<out>/<name>/": mapped into the format's bundle, fitted, written into a scratch folder that
+/// replaces the target folder at the end. Module calls are made under `moduleLock`: the component
+/// system serves one caller at a time; reading and writing files run in parallel.
+Outcome WriteSetAsFile(host::ReferenceHost& host, std::mutex& moduleLock, const vex::ParameterSetRef& source,
+                       const std::string& name, host::formats::Format format, const fs::path& out,
+                       const ConvertArgs& args) {
+  Outcome outcome;
+  const auto fail = [](const vex::Error& error) { return Failed(error); };
+  host::formats::ConvertOptions convert;
+  convert.emissiveStrength = args.emissiveStrength;
+  // The mapping's pixel loops run on the same thread pool: isolated, a thread waiting for them
+  // cannot pick up another input's conversion, which would wait for this lock forever.
+  vex::Result<host::formats::FormatSet> formatSet = tbb::this_task_arena::isolate([&] {
+    std::lock_guard lock(moduleLock);
+    return host::formats::ToFormatBundle(source, format, convert);
+  });
+  if (!formatSet) return fail(formatSet.error());
+  std::vector<std::string> resized;
+  if (args.maxTextureSize > 0 || args.powerOfTwo) {
+    auto fitted = std::make_shared<vex::ParameterSet>(*formatSet->set);
+    auto notes = host::formats::FitTextures(*fitted, args.maxTextureSize, args.powerOfTwo);
+    if (!notes) return fail(notes.error());
+    resized = std::move(*notes);
+    formatSet->set = std::move(fitted);
+  }
+
+  const std::string stem = host::formats::SafeName(name);
+  const fs::path target = out / stem;
+  auto scratch = MakeScratchBeside(target);
+  if (!scratch) return fail(scratch.error());
+  host::formats::WriteOptions write;
+  write.emissiveStrength = args.emissiveStrength;
+  write.fbxBinary = args.fbxBinary;
+  auto written =
+      host::formats::WriteMaterial(format, *formatSet->set, stem, scratch->string(), host.bundles(), write);
+  if (written)
+    written->warnings.insert(written->warnings.begin(), formatSet->warnings.begin(), formatSet->warnings.end());
+  std::error_code ec;
+  if (!written) {
+    fs::remove_all(*scratch, ec);
+    return fail(written.error());
+  }
+  if (auto moved = MoveIntoPlace(*scratch, target, true); !moved) {
+    fs::remove_all(*scratch, ec);
+    return fail(moved.error());
+  }
+  outcome.ok = true;
+  outcome.message = (target / written->files.front()).string();
+  if (!args.report.empty()) outcome.report = ReportEntry(*formatSet, *written, resized);
+  outcome.warnings = std::move(written->warnings);
+  return outcome;
+}
+
+Outcome ConvertOne(host::ReferenceHost& host, std::mutex& moduleLock, const std::string& input,
+                   host::formats::Format format, const fs::path& out, const ConvertArgs& args) {
+  host::json::ReadOptions read;
+  read.bundles = &host.bundles();
+  read.images = &host.images();
+  read.ids = &host.ids();
+  auto set = host::json::ReadParameterSetFile(input, read);
+  if (!set) return Failed(set.error());
+  const auto source = std::make_shared<const vex::ParameterSet>(std::move(*set));
+  return WriteSetAsFile(host, moduleLock, source, fs::path(input).stem().string(), format, out, args);
+}
+
+int RunConvert(Context& context, const ConvertArgs& args) {
+  const auto format = host::formats::ParseFormat(args.to);
+  if (!format) return Fail("--to " + args.to + ": expected gltf, usd, obj or fbx");
+  auto h = context.Host();
+  if (!h) return Fail(h.error());
+  host::ReferenceHost& host = **h;
+
+  const fs::path out(args.output);
+  std::error_code ec;
+  const bool created = !fs::exists(out, ec);
+  if (!created && !fs::is_directory(out, ec)) return Fail(args.output + ": not a directory");
+  if (created && !fs::create_directories(out, ec)) return Fail(args.output + ": cannot create: " + ec.message());
+
+  const std::size_t n = args.inputs.size();
+  std::vector<Outcome> outcomes(n);
+  // Two inputs with the same name would write the same folder: the later ones fail.
+  std::map<std::string, std::string> byStem;
+  std::vector<bool> clash(n, false);
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::string stem = host::formats::SafeName(fs::path(args.inputs[i]).stem().string());
+    auto [it, fresh] = byStem.emplace(stem, args.inputs[i]);
+    if (!fresh) {
+      clash[i] = true;
+      outcomes[i].message = "writes the same folder " + stem + " as " + it->second;
+    }
+  }
+
+  const bool terminal = isatty(STDERR_FILENO) != 0;
+  std::mutex moduleLock;
+  std::mutex printLock;
+  std::atomic<std::size_t> done{0};
+  tbb::parallel_for(std::size_t{0}, n, [&](std::size_t i) {
+    if (!clash[i]) outcomes[i] = ConvertOne(host, moduleLock, args.inputs[i], *format, out, args);
+    const std::size_t finished = ++done;
+    if (terminal) {
+      std::lock_guard lock(printLock);
+      std::cerr << "\r\033[K[" << finished << "/" << n << "] " << fs::path(args.inputs[i]).filename().string()
+                << std::flush;
+    }
+  });
+  if (terminal) std::cerr << "\r\033[K";
+
+  bool reportFailed = false;
+  if (!args.report.empty()) {
+    Json report = {{"format", args.to}, {"output", args.output}, {"materials", Json::array()}};
+    for (std::size_t i = 0; i < n; ++i) {
+      Json entry = {{"input", args.inputs[i]}, {"ok", outcomes[i].ok}};
+      if (outcomes[i].ok) entry.update(outcomes[i].report);
+      else entry["error"] = outcomes[i].message;
+      report["materials"].push_back(std::move(entry));
+    }
+    if (auto written = WriteReport(args.report, report); !written) reportFailed = Fail(written.error()) != kExitOk;
+  }
+
+  std::size_t succeeded = 0;
+  bool allNoMapping = true;
+  for (std::size_t i = 0; i < n; ++i) {
+    const Outcome& o = outcomes[i];
+    if (o.ok) {
+      ++succeeded;
+      std::cout << "wrote " << o.message << '\n';
+      for (const auto& w : o.warnings) std::cerr << "vexinterop: warning: " << args.inputs[i] << ": " << w << '\n';
+    } else {
+      allNoMapping = allNoMapping && o.noMapping;
+      // Most messages name the file already.
+      const bool named = o.message.rfind(args.inputs[i], 0) == 0;
+      std::cerr << "vexinterop: " << (named ? "" : args.inputs[i] + ": ") << o.message << '\n';
+    }
+  }
+  std::cout << "converted " << succeeded << " of " << n << " to " << args.to << " in " << args.output;
+  if (succeeded != n) std::cout << ", " << (n - succeeded) << " failed";
+  std::cout << '\n';
+  if (succeeded == n) return reportFailed ? kExitFailure : kExitOk;
+  if (created && succeeded == 0) fs::remove_all(out, ec);
+  return allNoMapping ? kExitNoMapping : kExitFailure;
+}
+
+// --- import ---------------------------------------------------------------------------------------
+
+struct ImportArgs {
+  std::string input;
+  std::string output;
+  bool json = false;
+  bool native = false;
+};
+
+/// Builds a Corvane node material for each imported set in a new scene at `scenePath`, through the
+/// module's material importer. The importer does not build materials yet: this fails until it does.
+vex::Result<void> ImportIntoScene(host::ReferenceHost&, const std::vector<host::formats::ImportedMaterial>&,
+                                  const std::string& scenePath) {
+  return VEX_FAIL(vex::ErrorKind::NotFound,
+                  scenePath + ": importing into a scene is not available yet (it needs the material importer); "
+                              "use --json to write Corvane parameter sets");
+}
+
+int RunImport(Context& context, const ImportArgs& args) {
+  auto h = context.Host();
+  if (!h) return Fail(h.error());
+  host::ReferenceHost& host = **h;
+  auto materials = host::formats::ReadMaterials(args.input, host.bundles());
+  if (!materials) return Fail(materials.error());
+  if (materials->empty()) return Fail(args.input + ": the file has no material");
+  for (const auto& m : *materials)
+    for (const auto& w : m.warnings) std::cerr << "vexinterop: warning: " << m.name << ": " << w << '\n';
+  if (!args.json && !args.native) {
+    if (auto built = ImportIntoScene(host, *materials, args.output); !built) return Fail(built.error());
+    return kExitOk;
+  }
+
+  std::vector<std::pair<std::string, vex::ParameterSetRef>> sets;
+  std::set<std::string> names;
+  for (auto& m : *materials) {
+    auto set = std::make_shared<const vex::ParameterSet>(std::move(m.set));
+    vex::ParameterSetRef result = set;
+    if (!args.native) {
+      auto corvane = host::formats::ToCorvane(set);
+      if (!corvane) return Fail(args.input + ": material " + m.name + ": " + Describe(corvane.error()));
+      result = *corvane;
+    }
+    std::string name = host::formats::SafeName(m.name);
+    for (int k = 2; !names.insert(name).second; ++k) name = host::formats::SafeName(m.name) + "_" + std::to_string(k);
+    sets.emplace_back(name, std::move(result));
+  }
+
+  const fs::path out(args.output);
+  std::error_code ec;
+  if (fs::exists(out, ec) && !fs::is_directory(out, ec)) return Fail(args.output + ": not a directory");
+  auto scratch = MakeScratchBeside(out);
+  if (!scratch) return Fail(scratch.error());
+  host::json::WriteOptions write;
+  write.bundles = &host.bundles();
+  for (const auto& [name, set] : sets) {
+    const std::string path = (*scratch / (name + ".json")).string();
+    if (auto written = host::json::WriteParameterSetFile(path, *set, write); !written) {
+      fs::remove_all(*scratch, ec);
+      return Fail(written.error());
+    }
+  }
+  if (auto moved = MoveIntoPlace(*scratch, out, false); !moved) {
+    fs::remove_all(*scratch, ec);
+    return Fail(moved.error());
+  }
+  for (const auto& [name, set] : sets) std::cout << "wrote " << (out / (name + ".json")).string() << '\n';
+  return kExitOk;
+}
+
+}  // namespace
+
+void AddFileCommands(CLI::App& app, Context& context) {
+  auto convertArgs = std::make_shared<ConvertArgs>();
+  auto* convert = app.add_subcommand("convert", "Write parameter sets as glTF, USD, OBJ or FBX files");
+  convert->add_option("inputs", convertArgs->inputs, "Parameter-set JSON files")->required();
+  convert->add_option("--to", convertArgs->to, "Format: gltf, usd, obj or fbx")->required();
+  convert->add_option("-o,--output", convertArgs->output, "Output directory (one folder per input)")->required();
+  convert->add_flag("--emissive-strength", convertArgs->emissiveStrength,
+                    "glTF: keep emission above 1 with KHR_materials_emissive_strength instead of clamping it");
+  convert->add_flag("--fbx-binary", convertArgs->fbxBinary,
+                    "FBX: write binary FBX instead of ASCII FBX (vexinterop import reads only the ASCII form back)");
+  convert->add_option("--max-texture-size", convertArgs->maxTextureSize,
+                      "Downscale textures whose longer side exceeds N pixels (filtered, aspect kept)")
+      ->check(CLI::PositiveNumber);
+  convert->add_flag("--pot", convertArgs->powerOfTwo, "Resample textures to power-of-two sides");
+  convert->add_option("--report", convertArgs->report,
+                      "Write a per-material report of what each port became (JSON; Markdown for .md)");
+  convert->callback([&context, convertArgs] { throw CLI::RuntimeError(RunConvert(context, *convertArgs)); });
+
+  auto importArgs = std::make_shared<ImportArgs>();
+  auto* import = app.add_subcommand("import", "Read the materials of a glTF, GLB, OBJ or FBX file");
+  import->add_option("input", importArgs->input, "The file (.gltf, .glb, .obj, .fbx)")->required();
+  import->add_option("-o,--output", importArgs->output, "Output: a scene file, or a directory with --json")
+      ->required();
+  import->add_flag("--json", importArgs->json, "Write each material as a Corvane parameter-set JSON into the directory");
+  import->add_flag("--native", importArgs->native,
+                   "Write each material in the file format's own bundle (glTF, OBJ or generic) instead");
+  import->callback([&context, importArgs] { throw CLI::RuntimeError(RunImport(context, *importArgs)); });
+}
 
 }  // namespace cli

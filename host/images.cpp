@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
 #include <OpenImageIO/imageio.h>
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
@@ -175,6 +177,29 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
 
 vex::Result<vex::TextureBuffer> Images::Read(std::string_view path, bool colorData) {
   return ReadImage(path, colorData);
+}
+
+}  // namespace host
+
+// --- resampling (OpenImageIO's filtered resize) --------------------------------------------------
+
+namespace host {
+
+vex::Result<vex::TextureBuffer> ResizeImage(const vex::TextureBuffer& buffer, std::int64_t width,
+                                            std::int64_t height) {
+  if (buffer.IsEmpty() || width <= 0 || height <= 0)
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "cannot resize an empty image or to an empty size");
+  const OIIO::ImageSpec sourceSpec(static_cast<int>(buffer._dimensions.width),
+                                   static_cast<int>(buffer._dimensions.height), 4, OIIO::TypeDesc::FLOAT);
+  const OIIO::ImageBuf source(sourceSpec, const_cast<float*>(buffer._pixels->Data()));
+  vex::TextureBuffer out = vex::TextureBuffer::Make(width, height);
+  if (out.IsEmpty()) return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
+  out.colorSpace = buffer.colorSpace;
+  const OIIO::ImageSpec targetSpec(static_cast<int>(width), static_cast<int>(height), 4, OIIO::TypeDesc::FLOAT);
+  OIIO::ImageBuf target(targetSpec, out._pixels->Data());
+  if (!OIIO::ImageBufAlgo::resize(target, source, "lanczos3"))
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "resize failed: " + target.geterror());
+  return out;
 }
 
 }  // namespace host

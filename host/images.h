@@ -34,3 +34,13 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
                              const ImageWriteOptions& options);
 
 }  // namespace host
+
+namespace host {
+
+/// A copy of `buffer` resampled to width x height with a filtered (Lanczos) resize; the pixels
+/// are taken as they are stored (linear light for colour data). FileIO-free: fails only for an
+/// empty buffer or a zero size (IllegalArgument).
+vex::Result<vex::TextureBuffer> ResizeImage(const vex::TextureBuffer& buffer, std::int64_t width,
+                                            std::int64_t height);
+
+}  // namespace host

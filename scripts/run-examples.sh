@@ -32,4 +32,16 @@ done
 "$tool" light base-intensity examples/lights_scene.vex --object Key
 "$tool" light convert examples/lights_scene.vex --object Key --units 3 -o out/lights/radiant.vex
 "$tool" light build examples/light_description.json -o out/lights/window_fill.vex
+# Every Corvane example as files other tools open: glTF, USD, OBJ/MTL and FBX, each on a preview
+# sphere, in out/files/<format>/<example>/; every glTF goes through the Khronos validator.
+corvane_examples=(examples/corvane_*.json)
+if ((${#corvane_examples[@]})); then
+  for format in gltf usd obj fbx; do
+    echo "convert ${corvane_examples[*]} -> $format"
+    "$tool" convert "${corvane_examples[@]}" --to "$format" -o "out/files/$format"
+  done
+  if [ -d tools/node_modules/gltf-validator ]; then
+    node tools/checks/validate-gltf.mjs out/files/gltf/*/*.gltf
+  fi
+fi
 echo "results in out/"

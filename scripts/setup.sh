@@ -27,3 +27,18 @@ if ((${#missing[@]})); then
   fi
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
+
+# The independent checkers the test suite runs on written files (the Khronos glTF validator and
+# the three.js loaders), pinned by tools/package-lock.json and installed into tools/node_modules.
+if ! command -v npm >/dev/null 2>&1; then
+  as_root=""
+  [ "$(id -u)" -eq 0 ] || as_root="sudo"
+  DEBIAN_FRONTEND=noninteractive $as_root apt-get install -y -qq --no-install-recommends npm
+fi
+if command -v npm >/dev/null 2>&1; then
+  tools="$(cd "$(dirname "$0")/.." && pwd)/tools"
+  if [ ! -d "$tools/node_modules/gltf-validator" ] || [ ! -d "$tools/node_modules/three" ] ||
+     [ "$tools/package-lock.json" -nt "$tools/node_modules/.package-lock.json" ]; then
+    (cd "$tools" && npm ci --no-audit --no-fund --loglevel=error)
+  fi
+fi
