@@ -10,9 +10,11 @@
 
 #include "host/component_system.h"
 #include "host/plugins.h"
+#include "host/polygon_object.h"
 #include "host/port_bundles.h"
 #include "host/scene.h"
 #include "host/services.h"
+#include "host/ui_services.h"
 #include "host/units.h"
 #include "vex/host.h"
 #include "vex/module_entry.h"
@@ -54,6 +56,9 @@ class ReferenceHost {
   const PortBundles& bundles() const { return bundles_; }
   Documents& documents() { return documents_; }
   const Units& units() const { return units_; }
+  Polygons& polygons() { return polygons_; }
+  FileViewer& fileViewer() { return fileViewer_; }
+  StatusBar& statusBar() { return statusBar_; }
 
   /// For tests that link the module's objects: binds this host into the calling binary's glue
   /// and reads and initialises the declarations linked into it.
@@ -91,6 +96,9 @@ class ReferenceHost {
   PluginRegistry plugins_;
   Documents documents_;
   Units units_;
+  Polygons polygons_;
+  FileViewer fileViewer_;
+  StatusBar statusBar_;
   vex::HostApi api_;
   vex::ModuleHostContext moduleContext_;
   void* library_ = nullptr;

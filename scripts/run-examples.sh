@@ -27,4 +27,9 @@ for example in examples/*.json; do
     "$tool" map "$example" --to "$target" -o "out/$name/$short.json"
   done
 done
+for scene in examples/meshes/*.obj examples/scenes/allplan_*.vex; do
+  name=$(basename "${scene%.*}")
+  echo "allplan $scene"
+  "$tool" allplan "$scene" -o "out/allplan/$name.xml" --log --options prepare
+done
 echo "results in out/"

@@ -23,6 +23,10 @@
 
 namespace vex {
 
+class IPolygons;    // vex/polygon.h
+class IFileViewer;  // vex/ui.h
+class IStatusBar;   // vex/ui.h
+
 /// The host's console: plain lines for the user, and diagnostic lines that name their source.
 class IConsole {
  public:
@@ -186,6 +190,9 @@ struct HostApi {
   IPluginRegistry* plugins = nullptr;
   IDocuments* documents = nullptr;
   IUnits* units = nullptr;
+  IPolygons* polygons = nullptr;      ///< polygon copies of documents (vex/polygon.h)
+  IFileViewer* fileViewer = nullptr;  ///< shows files to the user (vex/ui.h)
+  IStatusBar* statusBar = nullptr;    ///< progress of long operations (vex/ui.h)
 };
 
 /// Binds (or, with nullptr, unbinds) the host tables for this binary's glue.
