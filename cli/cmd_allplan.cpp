@@ -1,8 +1,199 @@
-// vexinterop allplan ...
+// vexinterop allplan INPUT -o OUT.xml: a native scene or a mesh file written as
+// Allplan XML through the module's scene saver.
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+
 #include "cli/commands.h"
+#include "host/mesh_import.h"
+#include "host/scene_file.h"
+#include "vex/polygon.h"
+
+namespace fs = std::filesystem;
 
 namespace cli {
+namespace {
 
-void AddAllplanCommands(CLI::App&, Context&) {}
+struct AllplanArgs {
+  std::string input;
+  std::string output;
+  int version = 2004;
+  std::string unit;
+  bool log = false;
+  std::vector<std::string> options;
+};
+
+/// Progress is drawn only on a terminal, and only for scenes big enough to take a moment.
+constexpr std::uint64_t kProgressPolygons = 200000;
+
+vex::Result<host::Document*> OpenInput(host::ReferenceHost& host, const std::string& path) {
+  if (fs::path(path).extension() == ".vex") {
+    host::scene_file::ReadOptions read;
+    read.units = &host.units();
+    return host::scene_file::Load(host.documents(), path, read);
+  }
+  if (host::mesh_import::IsMeshFile(path)) return host::mesh_import::Load(host.documents(), path, host.units());
+  return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                  path + ": unknown input format (expected a .vex scene or a mesh: .obj .gltf .glb .fbx .ply .stl .dae)");
+}
+
+/// "prepare", "edges", "faces", "volumes", "packed", "weld=T", or an option id ("2001", "2008=T").
+vex::Result<void> ApplyOption(const std::string& text, vex::ParamContainer& settings) {
+  const auto eq = text.find('=');
+  const std::string name = text.substr(0, eq);
+  const std::string value = eq == std::string::npos ? "" : text.substr(eq + 1);
+  struct Known {
+    const char* name;
+    std::int32_t id;
+  };
+  static constexpr Known kKnown[] = {{"prepare", 2000}, {"edges", 2001}, {"faces", 2004}, {"volumes", 2006},
+                                     {"packed", 2007},  {"weld", 2008}};
+  std::int32_t id = 0;
+  for (const auto& k : kKnown)
+    if (name == k.name || name == std::to_string(k.id)) id = k.id;
+  if (id == 0)
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                    "--options " + text + ": unknown option (prepare, edges, faces, volumes, packed, weld=TOLERANCE)");
+  if (id == 2008) {
+    char* end = nullptr;
+    const double tolerance = std::strtod(value.c_str(), &end);
+    if (value.empty() || *end != '\0')
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument, "--options " + text + ": expected weld=TOLERANCE (a number)");
+    settings.Set(id, tolerance);
+    return {};
+  }
+  if (!value.empty() && value != "true" && value != "false")
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "--options " + text + ": expected " + name + "[=true|false]");
+  settings.Set(id, value != "false");
+  return {};
+}
+
+std::uint64_t CountPolygons(const host::Document& document) {
+  std::uint64_t total = 0;
+  for (const auto* o : document.AllObjects())
+    if (const vex::Data* d = o->Parameters().Find(vex::kPolygonMeshParameter))
+      if (const auto* mesh = d->Get<vex::PolygonMesh>()) total += mesh->PolygonCount();
+  return total;
+}
+
+void RemoveQuietly(const fs::path& path) {
+  std::error_code ec;
+  fs::remove(path, ec);
+}
+
+int RunAllplan(Context& context, const AllplanArgs& args) {
+  auto h = context.Host();
+  if (!h) return Fail(h.error());
+  host::ReferenceHost& host = **h;
+
+  vex::ParamContainer settings;
+  for (const auto& o : args.options)
+    if (auto applied = ApplyOption(o, settings); !applied) return Fail(applied.error().message);
+  settings.Set(2009, args.log);
+  settings.Set(2110, args.version == 2005);
+  if (!args.unit.empty()) {
+    const auto unit = host.units().FindUnit(args.unit);
+    if (!unit) return Fail("--unit " + args.unit + ": unknown unit");
+    settings.Set(2005, vex::Data::MakeCustom(*unit));
+  }
+
+  auto opened = OpenInput(host, args.input);
+  if (!opened) return Fail(opened.error().message);
+  host::Document& document = **opened;
+  if (!args.unit.empty() && !document.Settings().Contains(vex::kDocumentLengthUnit))
+    std::cerr << "vexinterop: warning: " << args.input << " has no unit (setting 2117); --unit is not applied\n";
+
+  const auto* saver = host.plugins().FindSaver("Allplan");
+  if (saver == nullptr) return Fail("the module did not register the Allplan saver");
+  const auto instance = saver->allocate();
+
+  // The saver writes under temporary names beside the target; they replace the targets only
+  // when everything was written.
+  const fs::path target(args.output);
+  if (!target.parent_path().empty()) {
+    std::error_code ec;
+    fs::create_directories(target.parent_path(), ec);
+    if (ec) return Fail(target.parent_path().string() + ": cannot create directory: " + ec.message());
+  }
+  const fs::path temp = target.parent_path() / ("." + target.stem().string() + ".partial" + target.extension().string());
+  const fs::path tempLog = fs::path(temp).replace_extension(".txt");
+  const fs::path targetLog = fs::path(target).replace_extension(".txt");
+
+  host.console().Clear();
+  host.dialogs().Clear();
+  host.fileViewer().Clear();
+  const bool progress = isatty(STDERR_FILENO) != 0 && CountPolygons(document) >= kProgressPolygons;
+  int lastPercent = -1;
+  if (progress)
+    host.statusBar().listener = [&](std::string_view, double fraction) {
+      if (fraction < 0) {
+        std::fputs("\r\033[K", stderr);
+        return;
+      }
+      const int percent = static_cast<int>(fraction * 100);
+      if (percent == lastPercent) return;
+      lastPercent = percent;
+      std::fprintf(stderr, "\rwriting %s: %3d%%", target.filename().c_str(), percent);
+      std::fflush(stderr);
+    };
+  const std::int32_t result = instance->Save(settings, temp.string(), document);
+  host.statusBar().listener = nullptr;
+
+  const auto reasons = [&] {
+    std::string text;
+    for (const auto& line : host.console().Lines()) text += "\n  " + line;
+    return text;
+  };
+  if (result != 0) {
+    RemoveQuietly(temp);
+    RemoveQuietly(tempLog);
+    return Fail(args.input + ": Allplan export failed (result " + std::to_string(result) + ")" + reasons());
+  }
+  const bool walkFailed = !host.dialogs().Records().empty();
+  std::error_code ec;
+  if (args.log) {
+    fs::rename(tempLog, targetLog, ec);
+    if (ec) {
+      RemoveQuietly(temp);
+      RemoveQuietly(tempLog);
+      return Fail(targetLog.string() + ": cannot replace the file: " + ec.message());
+    }
+  }
+  if (walkFailed) {
+    RemoveQuietly(temp);
+    return Fail(args.input + ": some objects could not be written, no file made" + reasons() +
+                (args.log ? "\n  see " + targetLog.string() : std::string()));
+  }
+  fs::rename(temp, target, ec);
+  if (ec) {
+    RemoveQuietly(temp);
+    return Fail(target.string() + ": cannot replace the file: " + ec.message());
+  }
+  std::cout << "wrote " << target.string() << " (" << fs::file_size(target, ec) << " bytes)";
+  if (args.log) std::cout << " and " << targetLog.string();
+  std::cout << '\n';
+  return kExitOk;
+}
+
+}  // namespace
+
+void AddAllplanCommands(CLI::App& app, Context& context) {
+  auto args = std::make_shared<AllplanArgs>();
+  auto* cmd = app.add_subcommand("allplan", "Write a scene (.vex) or a mesh file as Allplan XML");
+  cmd->add_option("input", args->input, "A .vex scene, or a mesh: .obj .gltf .glb .fbx .ply .stl .dae")
+      ->required();
+  cmd->add_option("-o,--output", args->output, "The Allplan XML file to write")->required();
+  cmd->add_option("--version", args->version, "Document version")->check(CLI::IsMember({2004, 2005}));
+  cmd->add_option("--unit", args->unit, "Unit of the file's coordinates (default: the scene's)")
+      ->check(CLI::IsMember({"mm", "cm", "m", "km", "in", "ft"}));
+  cmd->add_flag("--log", args->log, "Write a text log beside the file (OUT.txt)");
+  cmd->add_option("--options", args->options,
+                  "Saver options: prepare (weld points, drop degenerate polygons), edges, faces, volumes, packed, "
+                  "weld=TOLERANCE (in the file's unit)")
+      ->delimiter(',');
+  cmd->callback([&context, args] { throw CLI::RuntimeError(RunAllplan(context, *args)); });
+}
 
 }  // namespace cli

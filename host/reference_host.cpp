@@ -37,6 +37,9 @@ ReferenceHost::ReferenceHost(const HostOptions& options)
   api_.units = &units_;
   api_.registry = &registry_;
   api_.processes = &processes_;
+  api_.polygons = &polygons_;
+  api_.fileViewer = &fileViewer_;
+  api_.statusBar = &statusBar_;
   // The host's own helpers (lookups, interning) go through the same tables as the module's.
   if (!vex::IsHostBound()) {
     vex::BindHost(&api_);

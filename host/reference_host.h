@@ -10,11 +10,13 @@
 
 #include "host/component_system.h"
 #include "host/plugins.h"
+#include "host/polygon_object.h"
 #include "host/port_bundles.h"
 #include "host/processes.h"
 #include "host/registry_file.h"
 #include "host/scene.h"
 #include "host/services.h"
+#include "host/ui_services.h"
 #include "host/units.h"
 #include "vex/host.h"
 #include "vex/module_entry.h"
@@ -59,6 +61,9 @@ class ReferenceHost {
   /// The current user's registry: empty unless a test or the user describes one (".reg" file).
   RegistryFile& registry() { return registry_; }
   Processes& processes() { return processes_; }
+  Polygons& polygons() { return polygons_; }
+  FileViewer& fileViewer() { return fileViewer_; }
+  StatusBar& statusBar() { return statusBar_; }
 
   /// For tests that link the module's objects: binds this host into the calling binary's glue
   /// and reads and initialises the declarations linked into it.
@@ -98,6 +103,9 @@ class ReferenceHost {
   Units units_;
   RegistryFile registry_;
   Processes processes_;
+  Polygons polygons_;
+  FileViewer fileViewer_;
+  StatusBar statusBar_;
   vex::HostApi api_;
   vex::ModuleHostContext moduleContext_;
   void* library_ = nullptr;

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "vex/material.h"
+#include "vex/polygon.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
@@ -38,6 +39,23 @@ vex::Result<Json> Numbers(std::initializer_list<double> values, const std::strin
 }
 
 vex::Result<Json> ValueToJson(const vex::Data& data, const std::string& where);
+
+/// {"points": [[x, y, z], ..], "polygons": [[i, j, k, ..], ..]}
+vex::Result<Json> PolygonMeshToJson(const vex::PolygonMesh& mesh, const std::string& where) {
+  Json points = Json::array();
+  for (const auto& p : mesh.points) {
+    VEX_ASSIGN(Json n, Numbers({p.x, p.y, p.z}, where + ".points"));
+    points.push_back(std::move(n));
+  }
+  Json polygons = Json::array();
+  std::size_t corner = 0;
+  for (const std::int32_t size : mesh.polygonSizes) {
+    Json loop = Json::array();
+    for (std::int32_t k = 0; k < size && corner < mesh.polygonPoints.size(); ++k) loop.push_back(mesh.polygonPoints[corner++]);
+    polygons.push_back(std::move(loop));
+  }
+  return Json{{"points", std::move(points)}, {"polygons", std::move(polygons)}};
+}
 
 vex::Result<Json> Tagged(std::string_view tag, vex::Result<Json> value) {
   if (!value) return value;
@@ -86,6 +104,7 @@ vex::Result<Json> ValueToJson(const vex::Data& data, const std::string& where) {
     if (!image->bakePort.empty()) out["bakePort"] = image->bakePort;
     return Tagged("image", std::move(out));
   }
+  if (const auto* mesh = data.Get<vex::PolygonMesh>()) return Tagged("polygonmesh", PolygonMeshToJson(*mesh, where));
   if (!data.CustomTypeId().empty())
     return std::unexpected(WriteError(where, "custom data " + std::string(data.CustomTypeId()) + " cannot be saved"));
   if (data.IsEmpty()) return std::unexpected(WriteError(where, "an empty value cannot be saved"));
@@ -180,6 +199,35 @@ struct Reader {
     return image;
   }
 
+  /// Points are [x, y, z]; each polygon lists at least three point indices that exist.
+  vex::Result<vex::PolygonMesh> PolygonMesh(const Json& v, const std::string& where) const {
+    VEX_TRY(Keys(v, {"points", "polygons"}, where));
+    vex::PolygonMesh mesh;
+    if (v.contains("points")) {
+      if (!v["points"].is_array()) return std::unexpected(Fail(where + ".points", "expected an array of [x, y, z]"));
+      for (std::size_t i = 0; i < v["points"].size(); ++i) {
+        VEX_ASSIGN(auto p, Floats(v["points"][i], 3, where + ".points[" + std::to_string(i) + "]"));
+        mesh.points.push_back({p[0], p[1], p[2]});
+      }
+    }
+    if (v.contains("polygons")) {
+      if (!v["polygons"].is_array())
+        return std::unexpected(Fail(where + ".polygons", "expected an array of point index lists"));
+      for (std::size_t f = 0; f < v["polygons"].size(); ++f) {
+        const std::string at = where + ".polygons[" + std::to_string(f) + "]";
+        const Json& loop = v["polygons"][f];
+        if (!loop.is_array() || loop.size() < 3)
+          return std::unexpected(Fail(at, "expected a list of at least three point indices"));
+        for (const auto& index : loop) {
+          VEX_ASSIGN(auto p, Integer(index, 0, static_cast<std::int64_t>(mesh.points.size()) - 1, at));
+          mesh.polygonPoints.push_back(static_cast<std::int32_t>(p));
+        }
+        mesh.polygonSizes.push_back(static_cast<std::int32_t>(loop.size()));
+      }
+    }
+    return mesh;
+  }
+
   vex::Result<vex::Data> Typed(const std::string& tag, const Json& v, const std::string& where) const {
     if (tag == "bool") {
       if (!v.is_boolean()) return std::unexpected(Fail(where, "expected true or false"));
@@ -247,6 +295,10 @@ struct Reader {
     if (tag == "image") {
       VEX_ASSIGN(vex::ImageReference image, Image(v, where));
       return vex::Data::MakeCustom(std::move(image));
+    }
+    if (tag == "polygonmesh") {
+      VEX_ASSIGN(vex::PolygonMesh mesh, PolygonMesh(v, where));
+      return vex::Data::MakeCustom(std::move(mesh));
     }
     return std::unexpected(Fail(where, "unknown value type \"" + tag + "\""));
   }

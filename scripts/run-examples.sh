@@ -44,4 +44,9 @@ if ((${#corvane_examples[@]})); then
     node tools/checks/validate-gltf.mjs out/files/gltf/*/*.gltf
   fi
 fi
+for scene in examples/meshes/*.obj examples/scenes/allplan_*.vex; do
+  name=$(basename "${scene%.*}")
+  echo "allplan $scene"
+  "$tool" allplan "$scene" -o "out/allplan/$name.xml" --log --options prepare
+done
 echo "results in out/"

@@ -25,6 +25,10 @@
 
 namespace vex {
 
+class IPolygons;    // vex/polygon.h
+class IFileViewer;  // vex/ui.h
+class IStatusBar;   // vex/ui.h
+
 /// The host's console: plain lines for the user, and diagnostic lines that name their source.
 class IConsole {
  public:
@@ -203,6 +207,9 @@ struct HostApi {
   IUnits* units = nullptr;
   IRegistry* registry = nullptr;    ///< the current user's registry (Windows), or a described one
   IProcesses* processes = nullptr;  ///< starting other programs
+  IPolygons* polygons = nullptr;      ///< polygon copies of documents (vex/polygon.h)
+  IFileViewer* fileViewer = nullptr;  ///< shows files to the user (vex/ui.h)
+  IStatusBar* statusBar = nullptr;    ///< progress of long operations (vex/ui.h)
 };
 
 /// Binds (or, with nullptr, unbinds) the host tables for this binary's glue.
