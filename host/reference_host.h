@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/component_system.h"
+#include "host/materials.h"
 #include "host/plugins.h"
 #include "host/port_bundles.h"
 #include "host/scene.h"
@@ -54,6 +55,7 @@ class ReferenceHost {
   const PortBundles& bundles() const { return bundles_; }
   Documents& documents() { return documents_; }
   const Units& units() const { return units_; }
+  MaterialSystem& materials() { return materials_; }
 
   /// For tests that link the module's objects: binds this host into the calling binary's glue
   /// and reads and initialises the declarations linked into it.
@@ -91,6 +93,7 @@ class ReferenceHost {
   PluginRegistry plugins_;
   Documents documents_;
   Units units_;
+  MaterialSystem materials_;
   vex::HostApi api_;
   vex::ModuleHostContext moduleContext_;
   void* library_ = nullptr;

@@ -23,6 +23,8 @@
 
 namespace vex {
 
+class IMaterialSystem;  // vex/material_host.h
+
 /// The host's console: plain lines for the user, and diagnostic lines that name their source.
 class IConsole {
  public:
@@ -186,6 +188,7 @@ struct HostApi {
   IPluginRegistry* plugins = nullptr;
   IDocuments* documents = nullptr;
   IUnits* units = nullptr;
+  IMaterialSystem* materials = nullptr;  ///< node spaces and node materials (vex/material_host.h)
 };
 
 /// Binds (or, with nullptr, unbinds) the host tables for this binary's glue.
