@@ -40,6 +40,11 @@ ReferenceHost::ReferenceHost(const HostOptions& options)
   api_.polygons = &polygons_;
   api_.fileViewer = &fileViewer_;
   api_.statusBar = &statusBar_;
+  api_.materials = &materials_;
+  if (auto published = materials_.PublishClasses(components_, config_); !published) {
+    std::cerr << "reference host: " << published.error().Describe() << '\n';
+    std::abort();
+  }
   // The host's own helpers (lookups, interning) go through the same tables as the module's.
   if (!vex::IsHostBound()) {
     vex::BindHost(&api_);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/component_system.h"
+#include "host/materials.h"
 #include "host/plugins.h"
 #include "host/polygon_object.h"
 #include "host/port_bundles.h"
@@ -64,6 +65,7 @@ class ReferenceHost {
   Polygons& polygons() { return polygons_; }
   FileViewer& fileViewer() { return fileViewer_; }
   StatusBar& statusBar() { return statusBar_; }
+  MaterialSystem& materials() { return materials_; }
 
   /// For tests that link the module's objects: binds this host into the calling binary's glue
   /// and reads and initialises the declarations linked into it.
@@ -106,6 +108,7 @@ class ReferenceHost {
   Polygons polygons_;
   FileViewer fileViewer_;
   StatusBar statusBar_;
+  MaterialSystem materials_;
   vex::HostApi api_;
   vex::ModuleHostContext moduleContext_;
   void* library_ = nullptr;

@@ -12,6 +12,7 @@
 namespace host {
 
 class Document;
+class MaterialStore;  // host/materials.h
 
 class SceneObject final : public vex::ISceneObject {
  public:
@@ -85,6 +86,10 @@ class Document final : public vex::IDocument {
   /// Appends a render setting; the first one appended becomes active.
   vex::RenderData& AddRenderData(vex::RenderData data);
 
+  /// The document's materials and the Substance assets they link to (host/materials.h).
+  MaterialStore& Materials();
+  const MaterialStore* MaterialsIfAny() const { return materials_.get(); }
+
  private:
   std::string name_;
   std::string path_;
@@ -94,6 +99,7 @@ class Document final : public vex::IDocument {
   std::vector<std::shared_ptr<SceneObject>> objects_;
   std::vector<vex::RenderData> renderData_;
   int activeRender_ = -1;
+  std::shared_ptr<MaterialStore> materials_;
 };
 
 class Documents final : public vex::IDocuments {

@@ -9,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/material_file.h"
+#include "host/materials.h"
 #include "vex/material.h"
 #include "vex/polygon.h"
 
@@ -521,6 +523,13 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
   VEX_ASSIGN(Json root, ParseJson(text, source));
   const Reader reader{source, options};
   if (!root.is_object()) return std::unexpected(reader.Fail("(top)", "expected an object"));
+  // The material sections are read by their own unit (host/material_file.h), after the objects.
+  Json materialSections = Json::object();
+  for (const char* key : {"substanceAssets", "materials"})
+    if (root.is_object() && root.contains(key)) {
+      materialSections[key] = std::move(root[key]);
+      root.erase(key);
+    }
   VEX_TRY(reader.Keys(root, {"format", "version", "name", "settings", "data", "renderData", "objects"}, ""));
   if (root.contains("format") && root["format"] != "vexon-scene")
     return std::unexpected(reader.Fail("format", "expected \"vexon-scene\""));
@@ -541,6 +550,9 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
   }
   if (root.contains("renderData")) VEX_TRY(reader.RenderSettings(root["renderData"], document, "renderData"));
   if (root.contains("objects")) VEX_TRY(reader.Objects(root["objects"], document, nullptr, "objects"));
+  if (!materialSections.empty())
+    VEX_TRY(material_file::Read(materialSections.value("substanceAssets", Json::array()).dump(),
+                                materialSections.value("materials", Json::array()).dump(), source, document));
   document.SetChanged(false);
   return {};
 }
@@ -575,6 +587,11 @@ vex::Result<std::string> Dump(const Document& document) {
     objects.push_back(std::move(o));
   }
   root["objects"] = std::move(objects);
+  if (const auto* materials = document.MaterialsIfAny(); materials != nullptr && !materials->IsEmpty()) {
+    VEX_ASSIGN(auto sections, material_file::Write(document));
+    root["substanceAssets"] = Json::parse(sections.assets);
+    root["materials"] = Json::parse(sections.materials);
+  }
   return root.dump(2) + "\n";
 }
 

@@ -49,4 +49,11 @@ for scene in examples/meshes/*.obj examples/scenes/allplan_*.vex; do
   echo "allplan $scene"
   "$tool" allplan "$scene" -o "out/allplan/$name.xml" --log --options prepare
 done
+# The materials of the example scene: each exported with baked textures, one imported back.
+for material in Brick Plaster Leather Wood Tiles "Viewport Metal" "Preview Glow"; do
+  echo "material export $material"
+  "$tool" material export examples/materials_scene.vex --material "$material" --texture-size 256 \
+    -o "out/materials/${material// /_}.json"
+done
+"$tool" material import out/materials/Wood.json --scene examples/materials_scene.vex -o out/materials/imported.vex
 echo "results in out/"

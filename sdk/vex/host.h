@@ -28,6 +28,7 @@ namespace vex {
 class IPolygons;    // vex/polygon.h
 class IFileViewer;  // vex/ui.h
 class IStatusBar;   // vex/ui.h
+class IMaterialSystem;  // vex/material_host.h
 
 /// The host's console: plain lines for the user, and diagnostic lines that name their source.
 class IConsole {
@@ -210,6 +211,7 @@ struct HostApi {
   IPolygons* polygons = nullptr;      ///< polygon copies of documents (vex/polygon.h)
   IFileViewer* fileViewer = nullptr;  ///< shows files to the user (vex/ui.h)
   IStatusBar* statusBar = nullptr;    ///< progress of long operations (vex/ui.h)
+  IMaterialSystem* materials = nullptr;  ///< node spaces and node materials (vex/material_host.h)
 };
 
 /// Binds (or, with nullptr, unbinds) the host tables for this binary's glue.
