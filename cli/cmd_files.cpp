@@ -19,7 +19,10 @@
 #include "host/formats/conversion.h"
 #include "host/formats/formats.h"
 #include "host/formats/readers.h"
+#include "host/material_exchange.h"
 #include "host/paramset_json.h"
+#include "host/scene_file.h"
+#include "vex/lookup.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
@@ -322,12 +325,80 @@ struct ImportArgs {
 };
 
 /// Builds a Corvane node material for each imported set in a new scene at `scenePath`, through the
-/// module's material importer. The importer does not build materials yet: this fails until it does.
-vex::Result<void> ImportIntoScene(host::ReferenceHost&, const std::vector<host::formats::ImportedMaterial>&,
+/// module's material importer; textures that came with the file are written beside the scene. On a
+/// failure nothing is left at `scenePath`.
+vex::Result<void> ImportIntoScene(host::ReferenceHost& host, const std::vector<host::formats::ImportedMaterial>& materials,
                                   const std::string& scenePath) {
-  return VEX_FAIL(vex::ErrorKind::NotFound,
-                  scenePath + ": importing into a scene is not available yet (it needs the material importer); "
-                              "use --json to write Corvane parameter sets");
+  const fs::path out = fs::absolute(scenePath);
+  host::Document& document = host.documents().NewDocument(out.stem().string());
+  document.SetPath(out.parent_path().string());
+  const auto close = [&] { host.documents().Close(&document); };
+  for (const auto& m : materials) {
+    auto material = host::ImportMaterial(document, m.set, vex::nodespace::kCorvane);
+    if (!material) {
+      close();
+      return VEX_FAIL(material.error().kind, scenePath + ": material " + m.name + ": " + Describe(material.error()));
+    }
+    if (auto* imported = dynamic_cast<host::Material*>(material->get())) imported->SetName(m.name);
+  }
+  std::error_code ec;
+  fs::create_directories(out.parent_path(), ec);
+  auto textures = host::WritePendingTextures(document, out.parent_path().string());
+  if (!textures) {
+    close();
+    return std::unexpected(textures.error());
+  }
+  if (auto saved = host::scene_file::Save(document, out.string()); !saved) {
+    for (const auto& t : *textures) fs::remove(t, ec);
+    close();
+    return std::unexpected(saved.error());
+  }
+  std::cout << "wrote " << out.string() << " (" << materials.size() << " materials, " << textures->size()
+            << " textures)\n";
+  close();
+  return {};
+}
+
+/// A set of the OBJ or generic bundle into the Corvane bundle the way the application does it: the
+/// importer builds a Corvane node material in a scratch document, and the exporter takes it back out
+/// as a Corvane set with its textures.
+vex::Result<vex::ParameterSetRef> CorvaneThroughImporter(host::ReferenceHost& host, const vex::ParameterSetRef& set) {
+  // The importer's textures are files of the scratch scene until the exporter bakes them again.
+  std::error_code ec;
+  const fs::path directory = fs::temp_directory_path(ec) / ("vexinterop-import-" + std::to_string(::getpid()) + "-" +
+                                                           std::to_string(std::random_device{}()));
+  fs::create_directories(directory, ec);
+  if (ec) return VEX_FAIL(vex::ErrorKind::FileIO, directory.string() + ": cannot create: " + ec.message());
+  host::Document& scratch = host.documents().NewDocument("import");
+  scratch.SetPath(directory.string());
+  const auto close = [&] {
+    host.documents().Close(&scratch);
+    fs::remove_all(directory, ec);
+  };
+  auto material = host::ImportMaterial(scratch, *set, vex::nodespace::kCorvane);
+  if (!material) {
+    close();
+    return std::unexpected(material.error());
+  }
+  if (auto written = host::WritePendingTextures(scratch, directory.string()); !written) {
+    close();
+    return std::unexpected(written.error());
+  }
+  auto* imported = dynamic_cast<host::Material*>(material->get());
+  std::shared_ptr<host::Material> shared;
+  for (const auto& m : scratch.Materials().All())
+    if (m.get() == imported) shared = m;
+  if (!shared) {
+    close();
+    return VEX_FAIL(vex::ErrorKind::IllegalState, "the imported material is not in its document");
+  }
+  host::MaterialExportRequest request;
+  request.accepted.Insert(vex::Id(vex::bundle::kCorvane), 0);
+  request.spaceId = std::string(vex::nodespace::kCorvane);
+  auto exported = host::ExportMaterial(shared, request);
+  close();
+  if (!exported) return std::unexpected(exported.error());
+  return std::make_shared<const vex::ParameterSet>(std::move(*exported));
 }
 
 int RunImport(Context& context, const ImportArgs& args) {
@@ -350,7 +421,9 @@ int RunImport(Context& context, const ImportArgs& args) {
     auto set = std::make_shared<const vex::ParameterSet>(std::move(m.set));
     vex::ParameterSetRef result = set;
     if (!args.native) {
-      auto corvane = host::formats::ToCorvane(set);
+      auto corvane = set->GetBundle() == vex::bundle::kGltf || set->GetBundle() == vex::bundle::kCorvane
+                         ? host::formats::ToCorvane(set)
+                         : CorvaneThroughImporter(host, set);
       if (!corvane) return Fail(args.input + ": material " + m.name + ": " + Describe(corvane.error()));
       result = *corvane;
     }
@@ -383,6 +456,96 @@ int RunImport(Context& context, const ImportArgs& args) {
 
 }  // namespace
 
+/// A bundle the importer does not take (the viewport material) reaches the Corvane bundle through
+/// its glTF mapping and the glTF mapping's import direction.
+vex::Result<vex::ParameterSetRef> CorvaneThroughGltf(const vex::ParameterSetRef& set) {
+  VEX_ASSIGN(auto mapping, vex::FindMapping(set->GetBundle().Str(), vex::bundle::kGltf));
+  VEX_ASSIGN(auto output, mapping->MapMaterialData(set));
+  return host::formats::ToCorvane(vex::ParameterSetRef(std::move(output.target)));
+}
+
+struct ExportArgs : ConvertArgs {
+  std::string scene;
+  std::vector<std::string> materials;
+  std::int64_t textureSize = 1024;
+};
+
+/// Every material of a scene (or the named ones) as files of one format: the exporter registered
+/// for the material's type produces its set, preferring the bundles the format takes and otherwise
+/// the material's own bundle, which the mapper registry then carries into the format's bundle.
+int RunExport(Context& context, const ExportArgs& args) {
+  const auto format = host::formats::ParseFormat(args.to);
+  if (!format) return Fail("--to " + args.to + ": expected gltf, usd, obj or fbx");
+  auto h = context.Host();
+  if (!h) return Fail(h.error());
+  host::ReferenceHost& host = **h;
+  host::scene_file::ReadOptions read;
+  read.units = &host.units();
+  auto loaded = host::scene_file::Load(host.documents(), args.scene, read);
+  if (!loaded) return Fail(loaded.error());
+  host::Document& document = **loaded;
+
+  std::vector<std::shared_ptr<host::Material>> chosen;
+  if (args.materials.empty()) {
+    chosen = document.Materials().All();
+  } else {
+    for (const auto& name : args.materials) {
+      std::shared_ptr<host::Material> found;
+      for (const auto& m : document.Materials().All())
+        if (m->GetName() == name) found = m;
+      if (!found) return Fail(args.scene + ": no material named \"" + name + "\"");
+      chosen.push_back(std::move(found));
+    }
+  }
+  if (chosen.empty()) return Fail(args.scene + ": the scene has no material");
+
+  host::MaterialExportRequest request;
+  for (const auto bundle : host::formats::AcceptedBundles(*format)) request.accepted.Insert(vex::Id(bundle), 0);
+  const vex::MaterialTypesMap fallbacks = host::DefaultAcceptedBundles();
+  for (const auto& [bundle, value] : fallbacks.Entries()) {
+    (void)value;
+    request.accepted.Insert(bundle, 1);
+  }
+  request.textureSize = args.textureSize;
+
+  const fs::path out(args.output);
+  std::error_code ec;
+  const bool created = !fs::exists(out, ec);
+  if (!created && !fs::is_directory(out, ec)) return Fail(args.output + ": not a directory");
+  if (created && !fs::create_directories(out, ec)) return Fail(args.output + ": cannot create: " + ec.message());
+
+  std::mutex moduleLock;
+  std::size_t succeeded = 0;
+  for (const auto& material : chosen) {
+    const std::string name = material->GetName();
+    auto set = host::ExportMaterial(material, request);
+    Outcome outcome = Failed(set ? vex::Error{} : set.error());
+    if (set) {
+      const auto exported = std::make_shared<const vex::ParameterSet>(std::move(*set));
+      outcome = WriteSetAsFile(host, moduleLock, exported, name, *format, out, args);
+      // A bundle no mapping leads from into the format's goes the importer's way: into a Corvane
+      // node material and out again as a Corvane set, which every format has a mapping for.
+      if (!outcome.ok && outcome.noMapping && exported->GetBundle() != vex::bundle::kCorvane) {
+        auto corvane = CorvaneThroughImporter(host, exported);
+        if (!corvane) corvane = CorvaneThroughGltf(exported);
+        if (corvane) outcome = WriteSetAsFile(host, moduleLock, *corvane, name, *format, out, args);
+      }
+    }
+    if (outcome.ok) {
+      ++succeeded;
+      std::cout << "wrote " << outcome.message << '\n';
+      for (const auto& w : outcome.warnings) std::cerr << "vexinterop: warning: " << name << ": " << w << '\n';
+    } else {
+      std::cerr << "vexinterop: " << args.scene << ": material " << name << ": " << outcome.message << '\n';
+    }
+  }
+  std::cout << "exported " << succeeded << " of " << chosen.size() << " materials to " << args.to << " in "
+            << args.output << '\n';
+  if (succeeded == chosen.size()) return kExitOk;
+  if (created && succeeded == 0) fs::remove_all(out, ec);
+  return kExitFailure;
+}
+
 void AddFileCommands(CLI::App& app, Context& context) {
   auto convertArgs = std::make_shared<ConvertArgs>();
   auto* convert = app.add_subcommand("convert", "Write parameter sets as glTF, USD, OBJ or FBX files");
@@ -400,6 +563,19 @@ void AddFileCommands(CLI::App& app, Context& context) {
   convert->add_option("--report", convertArgs->report,
                       "Write a per-material report of what each port became (JSON; Markdown for .md)");
   convert->callback([&context, convertArgs] { throw CLI::RuntimeError(RunConvert(context, *convertArgs)); });
+
+  auto exportArgs = std::make_shared<ExportArgs>();
+  auto* exporter = app.add_subcommand("export", "Write the materials of a scene as glTF, USD, OBJ or FBX files");
+  exporter->add_option("scene", exportArgs->scene, "The scene file (.vex)")->required();
+  exporter->add_option("--to", exportArgs->to, "Format: gltf, usd, obj or fbx")->required();
+  exporter->add_option("-o,--output", exportArgs->output, "Output directory (one folder per material)")->required();
+  exporter->add_option("--material", exportArgs->materials, "Export only these materials (repeatable)");
+  exporter->add_option("--texture-size", exportArgs->textureSize, "Size N of baked textures")
+      ->check(CLI::PositiveNumber);
+  exporter->add_flag("--emissive-strength", exportArgs->emissiveStrength,
+                     "glTF: keep emission above 1 with KHR_materials_emissive_strength instead of clamping it");
+  exporter->add_flag("--fbx-binary", exportArgs->fbxBinary, "FBX: write binary FBX instead of ASCII FBX");
+  exporter->callback([&context, exportArgs] { throw CLI::RuntimeError(RunExport(context, *exportArgs)); });
 
   auto importArgs = std::make_shared<ImportArgs>();
   auto* import = app.add_subcommand("import", "Read the materials of a glTF, GLB, OBJ or FBX file");

@@ -56,4 +56,10 @@ for material in Brick Plaster Leather Wood Tiles "Viewport Metal" "Preview Glow"
     -o "out/materials/${material// /_}.json"
 done
 "$tool" material import out/materials/Wood.json --scene examples/materials_scene.vex -o out/materials/imported.vex
+# The example scene's materials as files of every format, and a glTF file imported back into a scene.
+for format in gltf usd obj fbx; do
+  echo "export examples/materials_scene.vex -> $format"
+  "$tool" export examples/materials_scene.vex --to "$format" --texture-size 256 -o "out/scene/$format"
+done
+"$tool" import out/scene/gltf/Wood/Wood.gltf -o out/scene/imported.vex
 echo "results in out/"

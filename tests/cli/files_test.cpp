@@ -349,3 +349,56 @@ TEST_F(Files, BrokenInputsFailClearlyAndLeaveNoOutput) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(Files, ObjReachesCorvaneThroughTheImporterAndFilesImportIntoScenes) {
+  auto o = Tool("convert " + In("corvane_plain.json") + " --to obj -o " + Out("obj"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  o = Tool("import " + Out("obj/corvane_plain/corvane_plain.obj") + " --json -o " + Out("back"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  const auto back = ReadJson(Out("back/corvane_plain.json"));
+  ASSERT_EQ(back["bundle"], "net.kelvo.material.portbundle.corvane");
+  ExpectColor(back["parameters"]["diffuse_color"]["value"], 0.72, 0.27, 0.18);
+  EXPECT_NEAR(back["parameters"]["metalness"]["value"].get<double>(), 0.6, 1e-6);
+  EXPECT_NEAR(back["parameters"]["reflection_roughness"]["value"].get<double>(), 0.35, 1e-6);
+
+  // Without --json the materials become Corvane node materials of a new scene, which exports again.
+  o = Tool("convert " + In("corvane_textured.json") + " --to gltf -o " + Out("gltf"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  o = Tool("import " + Out("gltf/corvane_textured/corvane_textured.gltf") + " -o " + Out("scene/imported.vex"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  ASSERT_TRUE(fs::exists(Out("scene/imported.vex")));
+  const auto scene = ReadJson(Out("scene/imported.vex"));
+  ASSERT_TRUE(scene.contains("materials")) << scene.dump().substr(0, 400);
+  o = Tool("export " + Out("scene/imported.vex") + " --to usd --texture-size 64 -o " + Out("usd"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  EXPECT_NE(o.output.find("exported 1 of 1 materials"), std::string::npos) << o.output;
+
+  // A file with no such material and an unreadable file fail without leaving a scene behind.
+  o = Tool("import " + Out("missing.gltf") + " -o " + Out("none/none.vex"));
+  EXPECT_NE(o.exit, 0);
+  EXPECT_FALSE(fs::exists(Out("none/none.vex")));
+  ExpectNoScratch(dir);
+}
+
+TEST_F(Files, SceneMaterialsExportToEveryFormat) {
+  const std::string scene = (fs::path(INTEROP_SOURCE_DIR) / "examples" / "materials_scene.vex").string();
+  for (const char* format : {"gltf", "usd", "obj", "fbx"}) {
+    const auto o = Tool("export " + scene + " --to " + format + " --texture-size 32 -o " + Out(format));
+    ASSERT_EQ(o.exit, 0) << format << ": " << o.output;
+    EXPECT_NE(o.output.find("exported 7 of 7 materials"), std::string::npos) << o.output;
+  }
+  EXPECT_TRUE(fs::exists(Out("gltf/Wood/Wood.gltf")));
+  EXPECT_TRUE(fs::exists(Out("obj/Viewport_Metal/Viewport_Metal.mtl")));
+  const auto o = Tool("export " + scene + " --to gltf --material Nope -o " + Out("nope"));
+  EXPECT_EQ(o.exit, 1);
+  EXPECT_NE(o.output.find("no material named \"Nope\""), std::string::npos) << o.output;
+  EXPECT_FALSE(fs::exists(Out("nope")));
+  if (CheckersMissing()) return;
+  const auto checked = Node("validate-gltf.mjs", Out("gltf") + "/*/*.gltf");
+  EXPECT_EQ(checked.exit, 0) << checked.output;
+  EXPECT_EQ(checked.output.find("\"errors\":1"), std::string::npos) << checked.output;
+}
+
+}  // namespace
