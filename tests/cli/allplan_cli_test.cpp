@@ -2,6 +2,8 @@
 // library (dialogs and log with the module's own strings), and through
 // `vexinterop allplan` on scenes and mesh files.
 #include <gtest/gtest.h>
+
+#include "run_tool.h"
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -17,21 +19,8 @@ namespace {
 
 using namespace allplan_test;
 
-struct Outcome {
-  int exit = -1;
-  std::string output;
-};
-
-Outcome Tool(const std::string& arguments) {
-  Outcome o;
-  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+using cli_test::Outcome;
+using cli_test::Tool;
 
 /// Parses a file and returns the polyhedra's point counts, or fails the test.
 std::vector<std::size_t> PointCounts(const std::string& path) {

@@ -2,6 +2,8 @@
 // export path from the command line, and a set imported back into a scene
 // that loads and exports again.
 #include <gtest/gtest.h>
+
+#include "run_tool.h"
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,21 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Outcome {
-  int exit = -1;
-  std::string output;
-};
-
-Outcome Tool(const std::string& arguments) {
-  Outcome o;
-  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+using cli_test::Outcome;
+using cli_test::Tool;
 
 std::string Read(const fs::path& path) {
   std::ifstream in(path);

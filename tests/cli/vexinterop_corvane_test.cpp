@@ -3,6 +3,8 @@
 // textures written beside the output, the size check of the glTF merges, the
 // glTF round trip back into Corvane ports, and the Corvane-to-USD dumps.
 #include <gtest/gtest.h>
+
+#include "run_tool.h"
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,21 +29,8 @@ using Json = nlohmann::json;
 
 namespace {
 
-struct Outcome {
-  int exit = -1;
-  std::string output;
-};
-
-Outcome Tool(const std::string& arguments) {
-  Outcome o;
-  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+using cli_test::Outcome;
+using cli_test::Tool;
 
 struct TempDir {
   fs::path path;

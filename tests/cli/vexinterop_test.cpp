@@ -1,5 +1,7 @@
 // The command line end to end: the listing, mapping a set, and its errors.
 #include <gtest/gtest.h>
+
+#include "run_tool.h"
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -12,21 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Outcome {
-  int exit = -1;
-  std::string output;
-};
-
-Outcome Tool(const std::string& arguments) {
-  Outcome o;
-  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+using cli_test::Outcome;
+using cli_test::Tool;
 
 struct TempDir {
   fs::path path = fs::temp_directory_path() / ("vexinterop_test_" + std::to_string(getpid()));

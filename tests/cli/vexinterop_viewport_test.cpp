@@ -1,6 +1,8 @@
 // vexinterop maps a viewport material to FBX Phong and, with the mapping path
 // set from the command line, leaves the run's input and output beside it.
 #include <gtest/gtest.h>
+
+#include "run_tool.h"
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,21 +18,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Outcome {
-  int exit = -1;
-  std::string output;
-};
-
-Outcome Tool(const std::string& arguments) {
-  Outcome o;
-  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+using cli_test::Outcome;
+using cli_test::Tool;
 
 std::string Text(const fs::path& path) {
   std::ifstream in(path);

@@ -1,0 +1,27 @@
+// Runs the built vexinterop the way a pipeline does: a child process, stdout and stderr together.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+namespace cli_test {
+
+struct Outcome {
+  int exit = -1;
+  std::string output;
+};
+
+inline Outcome Tool(const std::string& arguments) {
+  Outcome o;
+  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  char buffer[4096];
+  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
+  const int status = pipe ? pclose(pipe) : -1;
+  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return o;
+}
+
+}  // namespace cli_test
