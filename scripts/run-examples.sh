@@ -61,5 +61,8 @@ for format in gltf usd obj fbx; do
   echo "export examples/materials_scene.vex -> $format"
   "$tool" export examples/materials_scene.vex --to "$format" --texture-size 256 -o "out/scene/$format"
 done
+if [ -d tools/node_modules/gltf-validator ]; then
+  node tools/checks/validate-gltf.mjs out/scene/gltf/*/*.gltf
+fi
 "$tool" import out/scene/gltf/Wood/Wood.gltf -o out/scene/imported.vex
 echo "results in out/"
