@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # The main job on the bundled examples: builds the module and the command line, lists what the
-# module registers, and maps every example parameter set into the other material models.
-# Results go to out/.
+# module registers, maps every example parameter set into the other material models, writes the
+# Corvane examples and the example scene's materials as glTF, USD, OBJ/MTL and FBX files (every glTF
+# checked by the Khronos validator) and imports one back, runs the light commands, and converts the
+# example meshes and scenes to Allplan XML. Results go to out/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
