@@ -28,26 +28,14 @@
 #include "exchange/allplan_main.h"
 #include "frame/module.h"
 #include "host/polygon_object.h"
+#include "bench_host.h"
 #include "host/reference_host.h"
 
 namespace {
 
 namespace ap = interop::exchange::allplan;
 
-host::ReferenceHost& BenchHost() {
-  static host::ReferenceHost* h = [] {
-    host::HostOptions options;
-    options.threads = 2;
-    options.quiet = true;
-    auto* made = new host::ReferenceHost(options);
-    if (auto bound = made->BindInProcess(g_kelvo); !bound) {
-      std::cerr << "cannot bind the reference host: " << bound.error().Describe() << '\n';
-      std::abort();
-    }
-    return made;
-  }();
-  return *h;
-}
+using bench::BenchHost;
 
 /// A grid of side x side quads, each split into two triangles, over a gently curved surface.
 vex::PolygonMesh Grid(std::size_t triangles) {

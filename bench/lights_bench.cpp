@@ -13,6 +13,7 @@
 #include <iostream>
 
 #include "frame/module.h"
+#include "bench_host.h"
 #include "host/reference_host.h"
 #include "lights/colour_matching.h"
 #include "vex/interfaces.h"
@@ -22,19 +23,7 @@ namespace {
 
 constexpr int kBatch = 256;
 
-host::ReferenceHost& Host() {
-  static host::ReferenceHost* h = [] {
-    host::HostOptions options;
-    options.quiet = true;
-    auto* made = new host::ReferenceHost(options);
-    if (auto bound = made->BindInProcess(g_kelvo); !bound) {
-      std::cerr << bound.error().Describe() << '\n';
-      std::abort();
-    }
-    return made;
-  }();
-  return *h;
-}
+host::ReferenceHost& Host() { return bench::BenchHost(); }
 
 std::shared_ptr<vex::IGlobalUtils> Utils() {
   Host();

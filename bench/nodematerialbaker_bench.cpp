@@ -17,26 +17,14 @@
 
 #include "frame/module.h"
 #include "host/images.h"
+#include "bench_host.h"
 #include "host/reference_host.h"
 #include "material/mapping/materialmapping.h"
 #include "material/nodematerialbaker.h"
 
 namespace {
 
-host::ReferenceHost& BenchHost() {
-  static host::ReferenceHost* h = [] {
-    host::HostOptions options;
-    options.threads = 2;
-    options.quiet = true;
-    auto* made = new host::ReferenceHost(options);
-    if (auto bound = made->BindInProcess(g_kelvo); !bound) {
-      std::cerr << "cannot bind the reference host: " << bound.error().Describe() << '\n';
-      std::abort();
-    }
-    return made;
-  }();
-  return *h;
-}
+using bench::BenchHost;
 
 const std::string& SourceImage() {
   static const std::string path = [] {

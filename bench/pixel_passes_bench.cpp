@@ -14,6 +14,7 @@
 #include <iostream>
 
 #include "frame/module.h"
+#include "bench_host.h"
 #include "host/reference_host.h"
 #include "material/mapping/materialmapping.h"
 #include "material/mapping/pixel_passes.h"
@@ -25,20 +26,7 @@ namespace mapping = interop::mapping;
 constexpr std::int64_t kSide = 4096;
 constexpr double kPixelBytes = 16.0;
 
-host::ReferenceHost& BenchHost() {
-  static host::ReferenceHost* h = [] {
-    host::HostOptions options;
-    options.threads = 2;
-    options.quiet = true;
-    auto* made = new host::ReferenceHost(options);
-    if (auto bound = made->BindInProcess(g_kelvo); !bound) {
-      std::cerr << "cannot bind the reference host: " << bound.error().Describe() << '\n';
-      std::abort();
-    }
-    return made;
-  }();
-  return *h;
-}
+using bench::BenchHost;
 
 void AnchorRange(float* pixels, std::int64_t begin, std::int64_t end) {
   float* f = pixels + 4 * begin;
