@@ -30,9 +30,7 @@ constexpr std::uint64_t kProgressPolygons = 200000;
 
 vex::Result<host::Document*> OpenInput(host::ReferenceHost& host, const std::string& path) {
   if (fs::path(path).extension() == ".vex") {
-    host::scene_file::ReadOptions read;
-    read.units = &host.units();
-    return host::scene_file::Load(host.documents(), path, read);
+    return LoadScene(host, path);
   }
   if (host::mesh_import::IsMeshFile(path)) return host::mesh_import::Load(host.documents(), path, host.units());
   return VEX_FAIL(vex::ErrorKind::IllegalArgument,

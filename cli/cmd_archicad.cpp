@@ -142,12 +142,6 @@ int RunLocate(Context& context, const ArchicadArgs& args) {
   return installed || foundProgram ? kExitOk : kExitFailure;
 }
 
-vex::Result<host::Document*> LoadScene(host::ReferenceHost& h, const std::string& path) {
-  host::scene_file::ReadOptions options;
-  options.units = &h.units();
-  return host::scene_file::Load(h.documents(), path, options);
-}
-
 int RunSend(Context& context, const ArchicadArgs& args) {
   Prepare(context, args);
   auto loaded = context.Host();

@@ -66,11 +66,7 @@ int RunMap(Context& context, const MapArgs& args) {
   auto h = context.Host();
   if (!h) return Fail(h.error());
   host::ReferenceHost& host = **h;
-  host::json::ReadOptions read;
-  read.bundles = &host.bundles();
-  read.images = &host.images();
-  read.ids = &host.ids();
-  auto set = host::json::ReadParameterSetFile(args.input, read);
+  auto set = ReadSetFile(host, args.input);
   if (!set) return Fail(set.error());
   if (auto target = host.bundles().Find(args.target); !target) return Fail(target.error());
   auto mapping = vex::FindMapping(set->GetBundle().View(), args.target);
@@ -85,9 +81,8 @@ int RunMap(Context& context, const MapArgs& args) {
   auto result = (*mapping)->MapMaterialData(source);
   if (!result) return Fail(args.input + ": " + result.error().message + " (" + result.error().unit + ":" +
                            std::to_string(result.error().line) + ")");
-  host::json::WriteOptions write;
+  auto write = SetWriteOptions(host);
   write.floatTextures = args.floatTextures;
-  write.bundles = &host.bundles();
   const fs::path out(args.output);
   if (!out.parent_path().empty()) {
     std::error_code ec;

@@ -228,11 +228,7 @@ Outcome WriteSetAsFile(host::ReferenceHost& host, std::mutex& moduleLock, const 
 
 Outcome ConvertOne(host::ReferenceHost& host, std::mutex& moduleLock, const std::string& input,
                    host::formats::Format format, const fs::path& out, const ConvertArgs& args) {
-  host::json::ReadOptions read;
-  read.bundles = &host.bundles();
-  read.images = &host.images();
-  read.ids = &host.ids();
-  auto set = host::json::ReadParameterSetFile(input, read);
+  auto set = ReadSetFile(host, input);
   if (!set) return Failed(set.error());
   const auto source = std::make_shared<const vex::ParameterSet>(std::move(*set));
   return WriteSetAsFile(host, moduleLock, source, fs::path(input).stem().string(), format, out, args);
@@ -437,8 +433,7 @@ int RunImport(Context& context, const ImportArgs& args) {
   if (fs::exists(out, ec) && !fs::is_directory(out, ec)) return Fail(args.output + ": not a directory");
   auto scratch = MakeScratchBeside(out);
   if (!scratch) return Fail(scratch.error());
-  host::json::WriteOptions write;
-  write.bundles = &host.bundles();
+  auto write = SetWriteOptions(host);
   for (const auto& [name, set] : sets) {
     const std::string path = (*scratch / (name + ".json")).string();
     if (auto written = host::json::WriteParameterSetFile(path, *set, write); !written) {
@@ -479,9 +474,7 @@ int RunExport(Context& context, const ExportArgs& args) {
   auto h = context.Host();
   if (!h) return Fail(h.error());
   host::ReferenceHost& host = **h;
-  host::scene_file::ReadOptions read;
-  read.units = &host.units();
-  auto loaded = host::scene_file::Load(host.documents(), args.scene, read);
+  auto loaded = LoadScene(host, args.scene);
   if (!loaded) return Fail(loaded.error());
   host::Document& document = **loaded;
 

@@ -48,12 +48,6 @@ vex::Result<Session> Open(Context& context) {
   return s;
 }
 
-host::scene_file::ReadOptions ReadOptionsOf(const host::ReferenceHost& h) {
-  host::scene_file::ReadOptions options;
-  options.units = &h.units();
-  return options;
-}
-
 void MakeParent(const std::string& path) {
   const fs::path out(path);
   if (!out.parent_path().empty()) {
@@ -92,7 +86,7 @@ struct SceneArgs {
 };
 
 vex::Result<host::SceneObject*> FindLight(host::ReferenceHost& h, const SceneArgs& args, host::Document*& document) {
-  VEX_ASSIGN(document, host::scene_file::Load(h.documents(), args.scene, ReadOptionsOf(h)));
+  VEX_ASSIGN(document, LoadScene(h, args.scene));
   host::SceneObject* object = document->FindObject(args.object);
   if (object == nullptr)
     return VEX_FAIL(vex::ErrorKind::NotFound, "no object named \"" + args.object + "\" in the scene");
@@ -152,14 +146,14 @@ int RunBuild(Context& context, const BuildArgs& args) {
   auto session = Open(context);
   if (!session) return Fail(session.error());
   host::ReferenceHost& h = *session->host;
-  auto dictionary = host::scene_file::ReadDictionaryFile(args.description, ReadOptionsOf(h));
+  auto dictionary = host::scene_file::ReadDictionaryFile(args.description, SceneReadOptions(h));
   if (!dictionary) return Fail(dictionary.error());
   vex::tessel::VEXObjectDescription description{std::move(*dictionary)};
   if (auto conformed = session->utils->ConformDescription(description); !conformed)
     return FailIn(args.description, conformed.error());
   host::Document* document = nullptr;
   if (!args.into.empty()) {
-    auto loaded = host::scene_file::Load(h.documents(), args.into, ReadOptionsOf(h));
+    auto loaded = LoadScene(h, args.into);
     if (!loaded) return Fail(loaded.error());
     document = *loaded;
   } else {

@@ -57,12 +57,6 @@ vex::Result<vex::MaterialTypesMap> AcceptedBundles(const std::vector<std::string
   return map;
 }
 
-host::scene_file::ReadOptions SceneOptions(host::ReferenceHost& host) {
-  host::scene_file::ReadOptions options;
-  options.units = &host.units();
-  return options;
-}
-
 int RunExport(Context& context, const ExportArgs& args) {
   auto h = context.Host();
   if (!h) return Fail(h.error());
@@ -76,7 +70,7 @@ int RunExport(Context& context, const ExportArgs& args) {
   request.resize = *resize;
   request.textureSize = args.textureSize;
 
-  auto document = host::scene_file::Load(host.documents(), args.scene, SceneOptions(host));
+  auto document = LoadScene(host, args.scene);
   if (!document) return Fail(document.error());
   std::shared_ptr<host::Material> material;
   for (const auto& m : (*document)->Materials().All())
@@ -91,8 +85,7 @@ int RunExport(Context& context, const ExportArgs& args) {
     std::error_code ec;
     fs::create_directories(out.parent_path(), ec);
   }
-  host::json::WriteOptions write;
-  write.bundles = &host.bundles();
+  auto write = SetWriteOptions(host);
   if (auto written = host::json::WriteParameterSetFile(args.output, *set, write); !written) return Fail(written.error());
   std::cout << args.material << " -> " << set->GetBundle().Str() << " (" << set->Size() << " parameters)\n";
   return kExitOk;
@@ -102,13 +95,9 @@ int RunImport(Context& context, const ImportArgs& args) {
   auto h = context.Host();
   if (!h) return Fail(h.error());
   host::ReferenceHost& host = **h;
-  host::json::ReadOptions read;
-  read.bundles = &host.bundles();
-  read.images = &host.images();
-  read.ids = &host.ids();
-  auto set = host::json::ReadParameterSetFile(args.set, read);
+  auto set = ReadSetFile(host, args.set);
   if (!set) return Fail(set.error());
-  auto loaded = host::scene_file::Load(host.documents(), args.scene, SceneOptions(host));
+  auto loaded = LoadScene(host, args.scene);
   if (!loaded) return Fail(loaded.error());
   host::Document& document = **loaded;
 

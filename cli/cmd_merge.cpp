@@ -27,8 +27,7 @@ int RunMerge(Context& context, const MergeArgs& args) {
   auto loaded = context.Host();
   if (!loaded) return Fail(loaded.error());
   host::ReferenceHost& h = **loaded;
-  host::scene_file::ReadOptions options;
-  options.units = &h.units();
+  const auto options = SceneReadOptions(h);
   auto scene = host::scene_file::Load(h.documents(), args.scene, options);
   if (!scene) return Fail(scene.error());
   {

@@ -9,6 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/paramset_json.h"
+#include "host/scene_file.h"
 #include "host/reference_host.h"
 
 namespace cli {
@@ -37,6 +39,15 @@ class Context {
 /// Prints "vexinterop: <message>" (and the source unit and line) to stderr; returns `code`.
 int Fail(const vex::Error& error, int code = kExitFailure);
 int Fail(const std::string& message, int code = kExitFailure);
+
+/// Reads a parameter-set file against the host's bundles, images and ids.
+vex::Result<vex::ParameterSet> ReadSetFile(host::ReferenceHost& host, const std::string& path);
+/// Scene-file read options bound to the host's units.
+host::scene_file::ReadOptions SceneReadOptions(const host::ReferenceHost& host);
+/// Loads a .vex scene into a new document of the host.
+vex::Result<host::Document*> LoadScene(host::ReferenceHost& host, const std::string& path);
+/// Write options bound to the host's bundles.
+host::json::WriteOptions SetWriteOptions(host::ReferenceHost& host);
 
 void AddCoreCommands(CLI::App& app, Context& context);      // info, map
 void AddLightCommands(CLI::App& app, Context& context);     // light ...

@@ -32,6 +32,30 @@ int Fail(const vex::Error& error, int code) {
   return code;
 }
 
+vex::Result<vex::ParameterSet> ReadSetFile(host::ReferenceHost& host, const std::string& path) {
+  host::json::ReadOptions read;
+  read.bundles = &host.bundles();
+  read.images = &host.images();
+  read.ids = &host.ids();
+  return host::json::ReadParameterSetFile(path, read);
+}
+
+host::scene_file::ReadOptions SceneReadOptions(const host::ReferenceHost& host) {
+  host::scene_file::ReadOptions options;
+  options.units = &host.units();
+  return options;
+}
+
+vex::Result<host::Document*> LoadScene(host::ReferenceHost& host, const std::string& path) {
+  return host::scene_file::Load(host.documents(), path, SceneReadOptions(host));
+}
+
+host::json::WriteOptions SetWriteOptions(host::ReferenceHost& host) {
+  host::json::WriteOptions write;
+  write.bundles = &host.bundles();
+  return write;
+}
+
 int Fail(const std::string& message, int code) {
   std::cerr << "vexinterop: " << message << '\n';
   return code;
