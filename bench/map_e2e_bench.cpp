@@ -70,8 +70,8 @@ bool WriteTexture(const fs::path& file, int channels, int seed) {
   }
   auto out = OIIO::ImageOutput::create(file.string());
   if (!out) return false;
-  OIIO::ImageSpec imageSpec(kSide, kSide, channels, OIIO::TypeDesc::UINT8);
-  return out->open(file.string(), imageSpec) && out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
+  OIIO::ImageSpec header(kSide, kSide, channels, OIIO::TypeDesc::UINT8);
+  return out->open(file.string(), header) && out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
 }
 
 struct Inputs {

@@ -45,15 +45,15 @@ void ForEachIndex(std::size_t count, const Body& body) {
 /// 8-bit images, the usual textures: decoded from bytes through tables (sRGB for colour, /255 for
 /// data and alpha) without a float copy of the file.
 vex::Result<vex::TextureBuffer> Read8Bit(OIIO::ImageInput& in, const std::string& native, bool colorData) {
-  const OIIO::ImageSpec& imageSpec = in.spec();
-  const auto channels = static_cast<std::size_t>(imageSpec.nchannels);
-  const std::size_t count = static_cast<std::size_t>(imageSpec.width) * static_cast<std::size_t>(imageSpec.height);
+  const OIIO::ImageSpec& header = in.spec();
+  const auto channels = static_cast<std::size_t>(header.nchannels);
+  const std::size_t count = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height);
   std::vector<unsigned char> raw(count * channels);
-  if (!in.read_image(0, 0, 0, imageSpec.nchannels, OIIO::TypeDesc::UINT8, raw.data()))
+  if (!in.read_image(0, 0, 0, header.nchannels, OIIO::TypeDesc::UINT8, raw.data()))
     return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot decode image: " + in.geterror());
   in.close();
   vex::TextureBuffer buffer;
-  buffer._dimensions = {imageSpec.width, imageSpec.height};
+  buffer._dimensions = {header.width, header.height};
   buffer._pixels = vex::PixelArray::Allocate(count);
   if (!buffer._pixels) return VEX_FAIL(vex::ErrorKind::OutOfMemory, native + ": out of memory");
   buffer.colorSpace = colorData ? "sRGB" : "";
@@ -93,24 +93,24 @@ vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData)
   config.attribute("oiio:UnassociatedAlpha", 1);
   auto in = OIIO::ImageInput::open(native, &config);
   if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + OIIO::geterror());
-  const OIIO::ImageSpec& imageSpec = in->spec();
-  const int channels = imageSpec.nchannels;
-  const std::size_t count = static_cast<std::size_t>(imageSpec.width) * static_cast<std::size_t>(imageSpec.height);
-  if (imageSpec.format == OIIO::TypeDesc::UINT8) return Read8Bit(*in, native, colorData);
+  const OIIO::ImageSpec& header = in->spec();
+  const int channels = header.nchannels;
+  const std::size_t count = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height);
+  if (header.format == OIIO::TypeDesc::UINT8) return Read8Bit(*in, native, colorData);
   std::vector<float> raw(count * static_cast<std::size_t>(channels));
   if (!in->read_image(0, 0, 0, channels, OIIO::TypeDesc::FLOAT, raw.data()))
     return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot decode image: " + in->geterror());
   in->close();
-  const bool decode = colorData && (imageSpec.format == OIIO::TypeDesc::UINT8 || imageSpec.format == OIIO::TypeDesc::UINT16);
+  const bool decode = colorData && (header.format == OIIO::TypeDesc::UINT8 || header.format == OIIO::TypeDesc::UINT16);
   vex::TextureBuffer buffer;
-  buffer._dimensions = {imageSpec.width, imageSpec.height};
+  buffer._dimensions = {header.width, header.height};
   buffer._pixels = vex::PixelArray::Allocate(count);
   if (!buffer._pixels) return VEX_FAIL(vex::ErrorKind::OutOfMemory, native + ": out of memory");
   buffer.colorSpace = decode ? "sRGB" : "";
   float lut[256];
   if (decode)
     for (int i = 0; i < 256; ++i) lut[i] = SrgbToLinear(i / 255.f);
-  const bool lutOk = imageSpec.format == OIIO::TypeDesc::UINT8;
+  const bool lutOk = header.format == OIIO::TypeDesc::UINT8;
   ForEachIndex(count, [&](std::size_t i) {
     const float* s = raw.data() + i * static_cast<std::size_t>(channels);
     float* d = buffer._pixels->Pixel(i);
@@ -139,9 +139,9 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
   const int h = static_cast<int>(buffer._dimensions.height);
   const std::size_t count = buffer.GetCount();
   if (options.floatPixels) {
-    OIIO::ImageSpec imageSpec(w, h, 4, OIIO::TypeDesc::FLOAT);
-    imageSpec.attribute("compression", "zip");
-    if (!out->open(path, imageSpec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+    OIIO::ImageSpec header(w, h, 4, OIIO::TypeDesc::FLOAT);
+    header.attribute("compression", "zip");
+    if (!out->open(path, header)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
     if (!out->write_image(OIIO::TypeDesc::FLOAT, buffer._pixels->Data()))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   } else {
@@ -162,12 +162,12 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
     // An alpha that is 255 everywhere is left out: a quarter less to encode, and reading the file
     // gives alpha 1 back.
     const int channels = translucent.load() ? 4 : 3;
-    OIIO::ImageSpec imageSpec(w, h, channels, OIIO::TypeDesc::UINT8);
-    imageSpec.attribute("png:compressionLevel", options.pngCompression);
-    imageSpec.attribute("png:filter", options.pngFilter);
+    OIIO::ImageSpec header(w, h, channels, OIIO::TypeDesc::UINT8);
+    header.attribute("png:compressionLevel", options.pngCompression);
+    header.attribute("png:filter", options.pngFilter);
     // The bytes already hold straight alpha: without this the writer would divide colour by alpha.
-    imageSpec.attribute("oiio:UnassociatedAlpha", 1);
-    if (!out->open(path, imageSpec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
+    header.attribute("oiio:UnassociatedAlpha", 1);
+    if (!out->open(path, header)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
     if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.data(), 4))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   }

@@ -289,7 +289,7 @@ struct Reader {
     return t;
   }
 
-  vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortSpec* portSpec) const {
+  vex::Result<vex::Parameter> Parameter(const std::string& key, const Json& entry, const vex::PortDeclaration* declared) const {
     if (!entry.is_object()) return std::unexpected(Fail(key, "expected an object with \"type\" and \"value\""));
     for (const auto& [field, unused] : entry.items()) {
       (void)unused;
@@ -319,9 +319,9 @@ struct Reader {
     } else {
       const auto type = vex::ConstantTypeFromName(typeName);
       if (!type) return std::unexpected(Fail(key, "unknown type \"" + typeName + "\""));
-      if (portSpec && portSpec->type != *type)
+      if (declared && declared->type != *type)
         return std::unexpected(Fail(key, "wrong type \"" + typeName + "\" (the bundle declares \"" +
-                                             std::string(vex::ConstantTypeName(portSpec->type)) + "\")"));
+                                             std::string(vex::ConstantTypeName(declared->type)) + "\")"));
       const auto value = entry.find("value");
       if (value == entry.end()) return std::unexpected(Fail(key, "missing \"value\""));
       VEX_ASSIGN(p.value, Constant(key, *type, *value));
@@ -342,7 +342,7 @@ struct Reader {
       if (options.images && pending) {
         const fs::path file = fs::path(baseDir) / tex->get<std::string>();
         pending->push_back({key.substr(std::string_view("parameters.").size()), key, file.string(),
-                            portSpec ? portSpec->color : false});
+                            declared ? declared->color : false});
       }
     }
     return p;
@@ -411,10 +411,10 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
   if (!paramsIt->is_object()) return std::unexpected(reader.Fail("parameters", "expected an object"));
   for (const auto& [port, entry] : paramsIt->items()) {
     const std::string key = "parameters." + port;
-    const vex::PortSpec* portSpec = bundle ? bundle->FindPort(port) : nullptr;
-    if (bundle && !portSpec)
+    const vex::PortDeclaration* declared = bundle ? bundle->FindPort(port) : nullptr;
+    if (bundle && !declared)
       return std::unexpected(reader.Fail(key, "unknown port of bundle " + bundleId));
-    VEX_ASSIGN(vex::Parameter p, reader.Parameter(key, entry, portSpec));
+    VEX_ASSIGN(vex::Parameter p, reader.Parameter(key, entry, declared));
     set.Set(port, std::move(p));
   }
   // The images, several at a time; the first failure in the file's order is reported.
@@ -468,8 +468,8 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
     const std::string name = stem + "." + port + suffix;
     // The port decides the encoding: colour ports are sRGB, data ports (packed channels, normals,
     // opacity, occlusion) linear. Only a port the bundle does not know goes by the texels' origin.
-    const vex::PortSpec* portSpec = bundle ? bundle->FindPort(port) : nullptr;
-    const bool srgb = portSpec ? portSpec->color : buffer.colorSpace == "sRGB";
+    const vex::PortDeclaration* declared = bundle ? bundle->FindPort(port) : nullptr;
+    const bool srgb = declared ? declared->color : buffer.colorSpace == "sRGB";
     // The temporary keeps the real suffix so the image writer picks the right format.
     jobs.push_back({&buffer, dir / (".tmp." + name), dir / name, srgb});
     return name;

@@ -79,23 +79,23 @@ vex::Result<PortBundles> PortBundles::Parse(std::string_view text, const std::st
     if (!body.contains("ports") || !body["ports"].is_array())
       return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": " + id + ": missing \"ports\"");
     for (const auto& p : body["ports"]) {
-      vex::PortSpec portSpec;
-      portSpec.name = p.value("name", "");
+      vex::PortDeclaration declared;
+      declared.name = p.value("name", "");
       const auto type = vex::ConstantTypeFromName(p.value("type", ""));
-      if (portSpec.name.empty() || !type)
+      if (declared.name.empty() || !type)
         return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": " + id + ": port without name or known type");
-      portSpec.type = *type;
-      portSpec.texturable = p.value("texturable", false);
-      portSpec.color = p.value("color", false);
-      portSpec.help = p.value("help", "");
+      declared.type = *type;
+      declared.texturable = p.value("texturable", false);
+      declared.color = p.value("color", false);
+      declared.help = p.value("help", "");
       if (p.contains("default")) {
-        auto value = DefaultValue(portSpec.type, p["default"]);
+        auto value = DefaultValue(declared.type, p["default"]);
         if (!value)
           return VEX_FAIL(vex::ErrorKind::IllegalArgument,
-                          source + ": " + id + "." + portSpec.name + ": " + value.error().message);
-        bundle.defaults.Set(portSpec.name, vex::Parameter(*value));
+                          source + ": " + id + "." + declared.name + ": " + value.error().message);
+        bundle.defaults.Set(declared.name, vex::Parameter(*value));
       }
-      bundle.ports.push_back(std::move(portSpec));
+      bundle.ports.push_back(std::move(declared));
     }
     out.bundles_.push_back(std::move(bundle));
   }

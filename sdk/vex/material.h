@@ -352,7 +352,7 @@ struct MaterialMappingDescription {
 // Port bundles (the host's vocabulary registry)
 
 /// One port of a bundle's vocabulary.
-struct PortSpec {
+struct PortDeclaration {
   std::string name;
   ConstantType type = ConstantType::Float;
   bool texturable = false;  ///< the port can carry a texture
@@ -364,10 +364,10 @@ struct PortSpec {
 struct PortBundle {
   Id id;
   std::string name;
-  std::vector<PortSpec> ports;
+  std::vector<PortDeclaration> ports;
   ParameterSet defaults;
 
-  const PortSpec* FindPort(std::string_view port) const {
+  const PortDeclaration* FindPort(std::string_view port) const {
     for (const auto& p : ports)
       if (p.name == port) return &p;
     return nullptr;

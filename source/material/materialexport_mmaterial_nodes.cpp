@@ -145,7 +145,7 @@ class ExchangeExporter final : public SubExporter {
     VEX_CHECK_STATE(endNode != nullptr);
     bool colorData = false;
     if (auto bundle = vex::Host().bundles->Find(_target.View()); bundle)
-      if (const vex::PortSpec* known = (*bundle)->FindPort(request.port)) colorData = known->color;
+      if (const vex::PortDeclaration* known = (*bundle)->FindPort(request.port)) colorData = known->color;
     BakeSettings settings;
     settings.dimensions = _textureDimensions;
     settings.resize = static_cast<vex::TextureResize>(_textureResize);

@@ -32,7 +32,7 @@ vex::Data ToData(const vex::PackedConstantParameter& constant) {
 
 bool IsColorPort(std::string_view port) {
   auto bundle = vex::Host().bundles->Find(vex::bundle::kCorvane);
-  const vex::PortSpec* known = bundle ? (*bundle)->FindPort(port) : nullptr;
+  const vex::PortDeclaration* known = bundle ? (*bundle)->FindPort(port) : nullptr;
   return known != nullptr && known->color;
 }
 

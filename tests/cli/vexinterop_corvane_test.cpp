@@ -55,9 +55,9 @@ void WriteImage(const fs::path& file, int width, int height, OIIO::TypeDesc form
   auto out = OIIO::ImageOutput::create(file.string());
   ASSERT_TRUE(out) << file;
   const int channels = static_cast<int>(colour.size());
-  OIIO::ImageSpec imageSpec(width, height, channels, format);
-  imageSpec.attribute("oiio:UnassociatedAlpha", 1);  // the file holds exactly these values
-  ASSERT_TRUE(out->open(file.string(), imageSpec)) << out->geterror();
+  OIIO::ImageSpec header(width, height, channels, format);
+  header.attribute("oiio:UnassociatedAlpha", 1);  // the file holds exactly these values
+  ASSERT_TRUE(out->open(file.string(), header)) << out->geterror();
   std::vector<float> pixels;
   for (int i = 0; i < width * height; ++i) pixels.insert(pixels.end(), colour.begin(), colour.end());
   ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, pixels.data())) << out->geterror();

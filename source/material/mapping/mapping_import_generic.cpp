@@ -14,8 +14,8 @@ vex::Result<void> CheckCorvaneType(const vex::Parameter& entry, std::string_view
   const vex::PackedConstantParameter* constant = entry.Constant();
   if (constant == nullptr) return {};  // image and Substance references fit any texturable port
   auto bundle = vex::Host().bundles->Find(vex::bundle::kCorvane);
-  const vex::PortSpec* spec = bundle ? (*bundle)->FindPort(port) : nullptr;
-  if (spec != nullptr && spec->type != constant->Type())
+  const vex::PortDeclaration* declared = bundle ? (*bundle)->FindPort(port) : nullptr;
+  if (declared != nullptr && declared->type != constant->Type())
     return VEX_FAIL(vex::ErrorKind::WrongDataType, std::string(vex::kInvalidTypedConstant));
   return {};
 }

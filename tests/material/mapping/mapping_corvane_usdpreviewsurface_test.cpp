@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "corvane_mapping_support.h"
+#include "mapping_dump_fixture.h"
 #include "material/mapping/configuration.h"
 #include "material/mapping/mappings.h"
 
@@ -191,25 +192,9 @@ TEST(CorvaneToUsd, NormalsAndDisplacementWarnOutsideTheirSpaces) {
   ASSERT_NE(TextureOn(*out->target, "displacement"), nullptr);
 }
 
-class CorvaneToUsdDump : public ::testing::Test {
+class CorvaneToUsdDump : public testing_support::MappingDumpTest {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("corvane_usd_dump_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override {
-    ASSERT_TRUE(testing_support::Host().config().SetString(interop::mapping::kCorvaneUsdMappingPath, ""));
-    fs::remove_all(dir_);
-  }
-  static std::vector<std::string> Files(const fs::path& dir) {
-    std::vector<std::string> names;
-    for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-  fs::path dir_;
+  CorvaneToUsdDump() : MappingDumpTest(interop::mapping::kCorvaneUsdMappingPath, "corvane_usd_dump_") {}
 };
 
 TEST_F(CorvaneToUsdDump, WritesInputAndOutputOnlyWhenThePathIsSet) {
@@ -218,7 +203,7 @@ TEST_F(CorvaneToUsdDump, WritesInputAndOutputOnlyWhenThePathIsSet) {
   ASSERT_TRUE(ToUsd(set));
   EXPECT_TRUE(Files(dir_).empty());
 
-  ASSERT_TRUE(testing_support::Host().config().SetString(interop::mapping::kCorvaneUsdMappingPath, dir_.string()));
+  SetPath(dir_);
   ASSERT_TRUE(ToUsd(set));
   const auto names = Files(dir_);
   ASSERT_EQ(names.size(), 2u);
@@ -232,8 +217,7 @@ TEST_F(CorvaneToUsdDump, WritesInputAndOutputOnlyWhenThePathIsSet) {
 }
 
 TEST_F(CorvaneToUsdDump, AMissingDirectoryFailsTheRunWithTheFileError) {
-  ASSERT_TRUE(testing_support::Host().config().SetString(interop::mapping::kCorvaneUsdMappingPath,
-                                                         (dir_ / "missing").string()));
+  SetPath(dir_ / "missing");
   auto out = ToUsd(Corvane());
   ASSERT_FALSE(out);
   EXPECT_EQ(out.error().kind, vex::ErrorKind::FileIO);

@@ -12,6 +12,7 @@
 #include "host/paramset_json.h"
 #include "material/mapping/configuration.h"
 #include "material/mapping/mapping_viewport.h"
+#include "mapping_dump_fixture.h"
 #include "viewport_mapping_support.h"
 
 namespace {
@@ -357,28 +358,9 @@ TEST(ViewportToFbx, ReadFailuresEndTheRun) {
   EXPECT_EQ(wrongAlpha.error().kind, vex::ErrorKind::WrongDataType);
 }
 
-class ViewportToFbxDump : public ::testing::Test {
+class ViewportToFbxDump : public testing_support::MappingDumpTest {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("viewport_fbx_dump_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override {
-    ASSERT_TRUE(testing_support::Host().config().SetString(interop::mapping::kViewportFbxMappingPath, ""));
-    fs::remove_all(dir_);
-  }
-  static std::vector<std::string> Files(const fs::path& dir) {
-    std::vector<std::string> names;
-    for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-  static void SetPath(const fs::path& path) {
-    ASSERT_TRUE(testing_support::Host().config().SetString(interop::mapping::kViewportFbxMappingPath, path.string()));
-  }
-  fs::path dir_;
+  ViewportToFbxDump() : MappingDumpTest(interop::mapping::kViewportFbxMappingPath, "viewport_fbx_dump_") {}
 };
 
 TEST_F(ViewportToFbxDump, WritesAPairThatReadsBackOnlyWhenThePathIsSet) {
