@@ -9,7 +9,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libpugixml-dev libtinygltf-dev libstb-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
-  nodejs
+  nodejs blender python3-numpy assimp-utils clang libclang-rt-14-dev
 )
 
 missing=()
