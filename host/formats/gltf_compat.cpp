@@ -59,7 +59,8 @@ vex::Result<WrittenMaterial> WriteGltf(const PortReader& material, const std::st
   return written;
 }
 
-vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& path, const vex::IPortBundles& bundles) {
+vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& path,
+                                                             const vex::IPortBundles& bundles) {
   VEX_ASSIGN(auto scene, ReadGltfScene(path, bundles));
   std::vector<ImportedMaterial> out;
   for (auto& material : scene.materials) {

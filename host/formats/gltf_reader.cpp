@@ -7,6 +7,9 @@
 // Images are decoded by the host's image reader, not by tinygltf: files by their URI, embedded
 // images (data URIs and GLB buffer views) through a scratch file. Texture coordinates come in as
 // 1 - v (the scene counts v from the bottom of the image).
+#include <tiny_gltf.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -17,11 +20,6 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <sstream>
-
-#include <unistd.h>
-
-#include <tiny_gltf.h>
 
 #include "host/formats/gltf_bridge.h"
 #include "host/formats/gltf_io.h"
@@ -37,13 +35,6 @@ namespace vocab = host::formats::gltf;
 namespace port = vex::ports::gltf;
 
 std::string Quoted(const std::string& name) { return "'" + name + "'"; }
-
-std::string Number(double value) {
-  std::ostringstream out;
-  out.imbue(std::locale::classic());
-  out << value;
-  return out.str();
-}
 
 /// Keeps the bytes of embedded images (data URIs) undecoded; files and buffer views are read
 /// where they are.
@@ -83,11 +74,14 @@ Matrix4 Compose(const tinygltf::Node& node) {
   const double sy = node.scale.size() == 3 ? node.scale[1] : 1.0;
   const double sz = node.scale.size() == 3 ? node.scale[2] : 1.0;
   // Columns of R * S.
-  m.m = {(1 - 2 * (y * y + z * z)) * sx, 2 * (x * y + z * w) * sx, 2 * (x * z - y * w) * sx, 0,
-         2 * (x * y - z * w) * sy, (1 - 2 * (x * x + z * z)) * sy, 2 * (y * z + x * w) * sy, 0,
-         2 * (x * z + y * w) * sz, 2 * (y * z - x * w) * sz, (1 - 2 * (x * x + y * y)) * sz, 0,
-         0, 0, 0, 1};
-  if (node.translation.size() == 3) m.m[12] = node.translation[0], m.m[13] = node.translation[1], m.m[14] = node.translation[2];
+  // clang-format off
+  m.m = {(1 - 2 * (y * y + z * z)) * sx, 2 * (x * y + z * w) * sx,       2 * (x * z - y * w) * sx,       0,
+         2 * (x * y - z * w) * sy,       (1 - 2 * (x * x + z * z)) * sy, 2 * (y * z + x * w) * sy,       0,
+         2 * (x * z + y * w) * sz,       2 * (y * z - x * w) * sz,       (1 - 2 * (x * x + y * y)) * sz, 0,
+         0,                              0,                              0,                              1};
+  // clang-format on
+  if (node.translation.size() == 3)
+    m.m[12] = node.translation[0], m.m[13] = node.translation[1], m.m[14] = node.translation[2];
   return m;
 }
 
@@ -174,7 +168,8 @@ class Reader {
     }
     std::vector<std::pair<std::pair<int, bool>, Decoded*>> jobs;
     for (auto& [key, value] : decoded_) jobs.emplace_back(key, &value);
-    ForEachImageJob(jobs.size(), [&](std::size_t i) { *jobs[i].second = Decode(jobs[i].first.first, jobs[i].first.second); });
+    ForEachImageJob(jobs.size(),
+                    [&](std::size_t i) { *jobs[i].second = Decode(jobs[i].first.first, jobs[i].first.second); });
     return {};
   }
 
@@ -198,7 +193,8 @@ class Reader {
       if (color) texture->colorSpace = "sRGB";
       if (options_.textureSize > 0) {
         const auto& d = texture->_dimensions;
-        const double scale = static_cast<double>(options_.textureSize) / static_cast<double>(std::max(d.width, d.height));
+        const double scale =
+            static_cast<double>(options_.textureSize) / static_cast<double>(std::max(d.width, d.height));
         const auto w = std::max<std::int64_t>(1, std::llround(static_cast<double>(d.width) * scale));
         const auto h = std::max<std::int64_t>(1, std::llround(static_cast<double>(d.height) * scale));
         if (w != d.width || h != d.height) {
@@ -243,8 +239,8 @@ class Reader {
     // The image reader takes files: the bytes go to a scratch file with their type's suffix.
     static std::atomic<unsigned> counter{0};
     const std::string suffix = image.mimeType == "image/jpeg" ? ".jpg" : ".png";
-    const fs::path scratch = fs::temp_directory_path() / ("vexinterop-gltf-" + std::to_string(getpid()) + "-" +
-                                                          std::to_string(counter++) + suffix);
+    const fs::path scratch = fs::temp_directory_path() /
+                             ("vexinterop-gltf-" + std::to_string(getpid()) + "-" + std::to_string(counter++) + suffix);
     {
       std::ofstream file(scratch, std::ios::binary);
       file.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));
@@ -388,8 +384,12 @@ class Reader {
       for (std::size_t c = 0; c < static_cast<std::size_t>(components); ++c) {
         float v = 0;
         switch (accessor->componentType) {
-          case TINYGLTF_COMPONENT_TYPE_FLOAT: std::memcpy(&v, p + 4 * c, 4); break;
-          case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: v = p[c] / (accessor->normalized ? 255.0f : 1.0f); break;
+          case TINYGLTF_COMPONENT_TYPE_FLOAT:
+            std::memcpy(&v, p + 4 * c, 4);
+            break;
+          case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+            v = p[c] / (accessor->normalized ? 255.0f : 1.0f);
+            break;
           case TINYGLTF_COMPONENT_TYPE_BYTE: {
             const auto s = static_cast<std::int8_t>(p[c]);
             v = accessor->normalized ? std::max(s / 127.0f, -1.0f) : s;
@@ -407,7 +407,8 @@ class Reader {
             v = accessor->normalized ? std::max(s / 32767.0f, -1.0f) : s;
             break;
           }
-          default: return Fail(what + ": accessor " + std::to_string(index) + " has a component type floats cannot take");
+          default:
+            return Fail(what + ": accessor " + std::to_string(index) + " has a component type floats cannot take");
         }
         out[e * static_cast<std::size_t>(components) + c] = v;
       }
@@ -424,15 +425,20 @@ class Reader {
     for (std::size_t e = 0; e < accessor->count; ++e) {
       const unsigned char* p = view.first + e * view.second;
       switch (accessor->componentType) {
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: out[e] = p[0]; break;
+        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+          out[e] = p[0];
+          break;
         case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: {
           std::uint16_t s;
           std::memcpy(&s, p, 2);
           out[e] = s;
           break;
         }
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT: std::memcpy(&out[e], p, 4); break;
-        default: return Fail(what + ": index accessor " + std::to_string(index) + " is not of an unsigned type");
+        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
+          std::memcpy(&out[e], p, 4);
+          break;
+        default:
+          return Fail(what + ": index accessor " + std::to_string(index) + " is not of an unsigned type");
       }
     }
     return out;
@@ -442,7 +448,8 @@ class Reader {
     if (index < 0 || static_cast<std::size_t>(index) >= model_.accessors.size())
       return Fail(what + ": accessor " + std::to_string(index) + " does not exist");
     const auto& accessor = model_.accessors[static_cast<std::size_t>(index)];
-    if (accessor.sparse.isSparse) return Fail(what + ": accessor " + std::to_string(index) + " is sparse, which is not read");
+    if (accessor.sparse.isSparse)
+      return Fail(what + ": accessor " + std::to_string(index) + " is sparse, which is not read");
     return &accessor;
   }
 
@@ -477,7 +484,8 @@ class Reader {
     std::vector<const tinygltf::Primitive*> kept;
     for (std::size_t p = 0; p < mesh.primitives.size(); ++p) {
       const auto& primitive = mesh.primitives[p];
-      const bool triangles = primitive.mode == TINYGLTF_MODE_TRIANGLES || primitive.mode == TINYGLTF_MODE_TRIANGLE_STRIP ||
+      const bool triangles = primitive.mode == TINYGLTF_MODE_TRIANGLES ||
+                             primitive.mode == TINYGLTF_MODE_TRIANGLE_STRIP ||
                              primitive.mode == TINYGLTF_MODE_TRIANGLE_FAN || primitive.mode == -1;
       if (!triangles) {
         losses.push_back("primitive " + std::to_string(p) + " (points or lines) skipped");
@@ -489,7 +497,8 @@ class Reader {
     }
     // An attribute goes into the mesh when every primitive has it.
     auto everyone = [&](const char* name) {
-      return !kept.empty() && std::all_of(kept.begin(), kept.end(), [&](auto* p) { return p->attributes.contains(name); });
+      return !kept.empty() &&
+             std::all_of(kept.begin(), kept.end(), [&](auto* p) { return p->attributes.contains(name); });
     };
     const bool normals = everyone("NORMAL"), uvs = everyone("TEXCOORD_0"), tangents = everyone("TANGENT");
     std::set<std::string> ignored;
@@ -498,7 +507,8 @@ class Reader {
         if (name != "POSITION" && name != "NORMAL" && name != "TEXCOORD_0" && name != "TANGENT") ignored.insert(name);
       if (!primitive->targets.empty()) ignored.insert("morph targets");
       for (const char* name : {"NORMAL", "TEXCOORD_0", "TANGENT"})
-        if (primitive->attributes.contains(name) && !everyone(name)) ignored.insert(std::string(name) + " of some primitives");
+        if (primitive->attributes.contains(name) && !everyone(name))
+          ignored.insert(std::string(name) + " of some primitives");
     }
     for (const auto& name : ignored) losses.push_back(name + " not read");
 
@@ -662,7 +672,8 @@ class Reader {
         return Fail(what + " refers to a mesh or camera that does not exist");
       n.mesh = source.mesh;
       n.camera = source.camera;
-      if (const auto ext = source.extensions.find(std::string(vocab::kLightsExtension)); ext != source.extensions.end()) {
+      if (const auto ext = source.extensions.find(std::string(vocab::kLightsExtension));
+          ext != source.extensions.end()) {
         const auto& light = ext->second.Get("light");
         if (light.IsInt()) n.light = light.GetNumberAsInt();
         if (n.light >= static_cast<int>(scene_.lights.size()) || n.light < -1)
@@ -672,7 +683,8 @@ class Reader {
       placed[static_cast<std::size_t>(node)] = static_cast<int>(scene_.nodes.size());
       scene_.nodes.push_back(std::move(n));
       const int place = placed[static_cast<std::size_t>(node)];
-      for (auto child = source.children.rbegin(); child != source.children.rend(); ++child) stack.emplace_back(*child, place);
+      for (auto child = source.children.rbegin(); child != source.children.rend(); ++child)
+        stack.emplace_back(*child, place);
     }
     for (std::size_t i = 0; i < count; ++i)
       if (placed[i] < 0) return Fail("node " + Quoted(NodeName(i)) + " lies on a cycle of parents");

@@ -6,6 +6,8 @@
 // Texture coordinates: the scene's v counts from the bottom of the image, glTF's from the top,
 // so every v goes out as 1 - v. Tangents stay as they are: their bitangent points to the top of
 // the image either way.
+#include <tiny_gltf.h>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -17,8 +19,6 @@
 #include <set>
 #include <sstream>
 #include <tuple>
-
-#include <tiny_gltf.h>
 
 #include "host/formats/format_io.h"
 #include "host/formats/gltf_bridge.h"
@@ -50,8 +50,8 @@ std::string Number(double value) {
 std::string FileSafe(const std::string& name) {
   std::string out;
   for (const char c : name) {
-    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-                       c == '_';
+    const bool plain =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
     out.push_back(plain ? c : '_');
   }
   return out.empty() ? std::string("material") : out;
@@ -253,12 +253,12 @@ class Writer {
       return VEX_FAIL(vex::ErrorKind::FileIO, Place(what + " has no triangles"));
     if ((!mesh.normals.empty() && mesh.normals.size() != 3 * n) || (!mesh.uvs.empty() && mesh.uvs.size() != 2 * n) ||
         (!mesh.tangents.empty() && mesh.tangents.size() != 4 * n))
-      return VEX_FAIL(vex::ErrorKind::FileIO, Place(what + ": its attributes do not match its " +
-                                                    std::to_string(n) + " vertices"));
+      return VEX_FAIL(vex::ErrorKind::FileIO,
+                      Place(what + ": its attributes do not match its " + std::to_string(n) + " vertices"));
     for (const auto index : mesh.indices)
       if (index >= n)
-        return VEX_FAIL(vex::ErrorKind::FileIO,
-                        Place(what + ": index " + std::to_string(index) + " beyond its " + std::to_string(n) + " vertices"));
+        return VEX_FAIL(vex::ErrorKind::FileIO, Place(what + ": index " + std::to_string(index) + " beyond its " +
+                                                      std::to_string(n) + " vertices"));
     std::vector<double> min(3, 0), max(3, 0);
     for (std::size_t c = 0; c < 3; ++c) min[c] = max[c] = mesh.positions[c];
     for (std::size_t i = 0; i < n; ++i)
@@ -324,8 +324,9 @@ class Writer {
       primitive.mode = TINYGLTF_MODE_TRIANGLES;
       primitive.material = part.material;
       primitive.attributes = attributes;
-      primitive.indices = AddAccessor(indexView, std::size_t{part.firstTriangle} * 12, TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT,
-                                      std::size_t{part.triangleCount} * 3, TINYGLTF_TYPE_SCALAR);
+      primitive.indices =
+          AddAccessor(indexView, std::size_t{part.firstTriangle} * 12, TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT,
+                      std::size_t{part.triangleCount} * 3, TINYGLTF_TYPE_SCALAR);
       m.primitives.push_back(std::move(primitive));
     }
     model_.meshes.push_back(std::move(m));
@@ -419,9 +420,13 @@ class Writer {
                        (scale && (scale->x != 1 || scale->y != 1));
     if (moved) {
       tinygltf::Value::Object transform;
-      if (offset) transform["offset"] = tinygltf::Value(tinygltf::Value::Array{tinygltf::Value(offset->x), tinygltf::Value(offset->y)});
+      if (offset)
+        transform["offset"] =
+            tinygltf::Value(tinygltf::Value::Array{tinygltf::Value(offset->x), tinygltf::Value(offset->y)});
       if (rotation) transform["rotation"] = tinygltf::Value(*rotation);
-      if (scale) transform["scale"] = tinygltf::Value(tinygltf::Value::Array{tinygltf::Value(scale->x), tinygltf::Value(scale->y)});
+      if (scale)
+        transform["scale"] =
+            tinygltf::Value(tinygltf::Value::Array{tinygltf::Value(scale->x), tinygltf::Value(scale->y)});
       info.extensions[std::string(vocab::kTextureTransformExtension)] = tinygltf::Value(transform);
       UseExtension(vocab::kTextureTransformExtension);
     }
@@ -437,7 +442,8 @@ class Writer {
     const MaterialData& material = scene_.materials[i];
     material_ = i;
     if (!material.set)
-      return VEX_FAIL(vex::ErrorKind::IllegalArgument, Place("material " + Quoted(material.name) + " has no parameters"));
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                      Place("material " + Quoted(material.name) + " has no parameters"));
     if (material.set->GetBundle() != port::kId)
       return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                       Place("material " + Quoted(material.name) + ": the glTF writer takes sets of " +
@@ -466,8 +472,8 @@ class Writer {
     if (m.alphaMode == "MASK") m.alphaCutoff = std::max(0.0, ports.Number(port::alphaCutoff, 0.5));
     pbr.metallicFactor = Clamp01(ports.Number(port::metallicFactor, 1.0));
     pbr.roughnessFactor = Clamp01(ports.Number(port::roughnessFactor, 1.0));
-    pbr.metallicRoughnessTexture.index = Texture(ports, port::metallicRoughnessTexture, false, material.name,
-                                                 pbr.metallicRoughnessTexture, losses);
+    pbr.metallicRoughnessTexture.index =
+        Texture(ports, port::metallicRoughnessTexture, false, material.name, pbr.metallicRoughnessTexture, losses);
 
     // Emission is factor times strength. The file's factor lies in [0, 1]; what lies above goes
     // into KHR_materials_emissive_strength when asked, else it is clamped.
@@ -482,15 +488,16 @@ class Writer {
       m.extensions[std::string(vocab::kEmissiveStrengthExtension)] = tinygltf::Value(extension);
       UseExtension(vocab::kEmissiveStrengthExtension);
     } else {
-      if (peak > 1.0) losses.push_back("emission " + Number(peak) + " exceeds 1 and was clamped (--emissive-strength keeps it)");
+      if (peak > 1.0)
+        losses.push_back("emission " + Number(peak) + " exceeds 1 and was clamped (--emissive-strength keeps it)");
       m.emissiveFactor = {Clamp01(emission.r), Clamp01(emission.g), Clamp01(emission.b)};
     }
     m.emissiveTexture.index = Texture(ports, port::emissiveTexture, true, material.name, m.emissiveTexture, losses);
     m.normalTexture.index = Texture(ports, port::normalTexture, false, material.name, m.normalTexture, losses);
     if (m.normalTexture.index >= 0) m.normalTexture.scale = ports.Number(port::normalScale, 1.0);
-    m.occlusionTexture.index =
-        Texture(ports, port::occlusionTexture, false, material.name, m.occlusionTexture, losses);
-    if (m.occlusionTexture.index >= 0) m.occlusionTexture.strength = Clamp01(ports.Number(port::occlusionStrength, 1.0));
+    m.occlusionTexture.index = Texture(ports, port::occlusionTexture, false, material.name, m.occlusionTexture, losses);
+    if (m.occlusionTexture.index >= 0)
+      m.occlusionTexture.strength = Clamp01(ports.Number(port::occlusionStrength, 1.0));
     if (!losses.empty()) {
       std::string line = "material " + Quoted(material.name) + ": ";
       for (std::size_t k = 0; k < losses.size(); ++k) line += (k ? "; " : "") + losses[k];
@@ -531,13 +538,17 @@ class Writer {
     l.color = {light.color.r, light.color.g, light.color.b};
     l.intensity = light.intensity;
     switch (light.type) {
-      case LightData::Type::Point: l.type = "point"; break;
+      case LightData::Type::Point:
+        l.type = "point";
+        break;
       case LightData::Type::Spot:
         l.type = "spot";
         l.spot.innerConeAngle = light.innerConeAngle;
         l.spot.outerConeAngle = light.outerConeAngle;
         break;
-      case LightData::Type::Directional: l.type = "directional"; break;
+      case LightData::Type::Directional:
+        l.type = "directional";
+        break;
       default:
         out_.warnings.push_back("light " + Quoted(light.name) + ": an area or dome light has no glTF type; left out");
         return;
@@ -555,8 +566,8 @@ class Writer {
       const NodeData& node = scene_.nodes[static_cast<std::size_t>(i)];
       const std::string what = "node " + Quoted(node.name);
       if (node.parent >= i)
-        return VEX_FAIL(vex::ErrorKind::FileIO, Place(what + ": its parent " + std::to_string(node.parent) +
-                                                      " does not come before it"));
+        return VEX_FAIL(vex::ErrorKind::FileIO,
+                        Place(what + ": its parent " + std::to_string(node.parent) + " does not come before it"));
       if (!node.local.IsFinite())
         return VEX_FAIL(vex::ErrorKind::FileIO, Place(what + ": its transform is not finite"));
       auto outOfRange = [](int index, std::size_t size) { return index < -1 || index >= static_cast<int>(size); };
@@ -604,7 +615,8 @@ class Writer {
       in.close();
       std::error_code ec;
       fs::remove(scratch, ec);
-      if (bytes.empty()) return VEX_FAIL(vex::ErrorKind::FileIO, Place("image " + std::to_string(i) + " could not be encoded"));
+      if (bytes.empty())
+        return VEX_FAIL(vex::ErrorKind::FileIO, Place("image " + std::to_string(i) + " could not be encoded"));
       model_.images[i].bufferView = AddView(bytes.data(), bytes.size(), 0);
       model_.bufferViews.back().target = 0;
     }
@@ -621,9 +633,9 @@ class Writer {
     }
     tinygltf::TinyGLTF gltf;
     // The images are written already: their URIs (or buffer views) stand as they are.
-    gltf.SetImageWriter([](const std::string*, const std::string*, const tinygltf::Image*, bool, std::string*,
-                           void*) { return false; },
-                        nullptr);
+    gltf.SetImageWriter(
+        [](const std::string*, const std::string*, const tinygltf::Image*, bool, std::string*, void*) { return false; },
+        nullptr);
     const std::string path = (fs::path(directory_) / main_).string();
     const bool ok = gltf.WriteGltfSceneToFile(&model_, path, false, options_.glb, !options_.glb, options_.glb);
     std::error_code ec;

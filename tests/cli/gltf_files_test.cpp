@@ -11,11 +11,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <numbers>
 #include <sstream>
 #include <string>
-
-#include <nlohmann/json.hpp>
 
 #include "cli/files_support.h"
 #include "cli/run_tool.h"
@@ -154,7 +153,8 @@ TEST_F(GltfFiles, ValidatorAndThreeJsReadTheSceneAsWritten) {
       const Json* object = Named(objects, name);
       ASSERT_NE(object, nullptr) << name << " in " << objects.dump();
       const auto world = gltf_fixture::World(scene, node);
-      for (std::size_t k = 0; k < 16; ++k) EXPECT_NEAR((*object)["world"][k].get<double>(), world.m[k], 1e-5) << name << " " << k;
+      for (std::size_t k = 0; k < 16; ++k)
+        EXPECT_NEAR((*object)["world"][k].get<double>(), world.m[k], 1e-5) << name << " " << k;
     }
     EXPECT_EQ((*Named(objects, "Ball"))["parent"], "Root");
     std::map<std::string, Json> lights;
@@ -195,7 +195,8 @@ TEST_F(GltfFiles, PreviewTexturesLandTheRightWayUpAndEmbeddedImagesImport) {
     p[0] = 1, p[1] = 0, p[2] = 0;
   }
   ASSERT_TRUE(host::WriteImage((dir / "in" / "checker.png").string(), *checker, {.srgb = true}).has_value());
-  auto o = cli_test::Tool("convert " + (dir / "in" / "corvane_textured.json").string() + " --to gltf -o " + (dir / "out").string());
+  auto o = cli_test::Tool("convert " + (dir / "in" / "corvane_textured.json").string() + " --to gltf -o " +
+                          (dir / "out").string());
   ASSERT_EQ(o.exit, 0) << o.output;
   const fs::path gltf = dir / "out" / "corvane_textured" / "corvane_textured.gltf";
   auto image = host::ReadImage((gltf.parent_path() / "corvane_textured_baseColorTexture.png").string(), true);
@@ -222,7 +223,8 @@ TEST_F(GltfFiles, PreviewTexturesLandTheRightWayUpAndEmbeddedImagesImport) {
   ASSERT_TRUE(host::formats::detail::WriteGltf(gltf_fixture::Scene(), dir.string(), "scene", host.bundles(), options));
   o = cli_test::Tool("import " + (dir / "scene.glb").string() + " --json -o " + (dir / "imported").string());
   ASSERT_EQ(o.exit, 0) << o.output;
-  for (const char* name : {"Painted", "Glass", "Leaf"}) EXPECT_TRUE(fs::exists(dir / "imported" / (std::string(name) + ".json"))) << o.output;
+  for (const char* name : {"Painted", "Glass", "Leaf"})
+    EXPECT_TRUE(fs::exists(dir / "imported" / (std::string(name) + ".json"))) << o.output;
 }
 
 }  // namespace

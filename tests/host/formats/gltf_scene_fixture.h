@@ -33,7 +33,8 @@ inline formats::MeshData Sphere(int segments = 12, int rings = 6) {
     for (int s = 0; s <= segments; ++s) {
       const double u = static_cast<double>(s) / segments, phi = u * 2 * std::numbers::pi;
       const double p[3] = {std::sin(theta) * std::sin(phi), std::cos(theta), std::sin(theta) * std::cos(phi)};
-      for (const double c : p) mesh.positions.push_back(static_cast<float>(c)), mesh.normals.push_back(static_cast<float>(c));
+      for (const double c : p)
+        mesh.positions.push_back(static_cast<float>(c)), mesh.normals.push_back(static_cast<float>(c));
       for (const double c : {std::cos(phi), 0.0, -std::sin(phi), 1.0}) mesh.tangents.push_back(static_cast<float>(c));
       mesh.uvs.push_back(static_cast<float>(u));
       mesh.uvs.push_back(static_cast<float>(1.0 - v));  // the north pole at the top of the image
@@ -64,10 +65,12 @@ inline formats::MeshData Panels() {
 inline formats::Matrix4 Trs(std::array<double, 3> t, std::array<double, 4> q, std::array<double, 3> s) {
   const double x = q[0], y = q[1], z = q[2], w = q[3];
   formats::Matrix4 m;
-  m.m = {(1 - 2 * (y * y + z * z)) * s[0], 2 * (x * y + z * w) * s[0], 2 * (x * z - y * w) * s[0], 0,
-         2 * (x * y - z * w) * s[1], (1 - 2 * (x * x + z * z)) * s[1], 2 * (y * z + x * w) * s[1], 0,
-         2 * (x * z + y * w) * s[2], 2 * (y * z - x * w) * s[2], (1 - 2 * (x * x + y * y)) * s[2], 0,
-         t[0], t[1], t[2], 1};
+  // clang-format off
+  m.m = {(1 - 2 * (y * y + z * z)) * s[0], 2 * (x * y + z * w) * s[0],       2 * (x * z - y * w) * s[0],       0,
+         2 * (x * y - z * w) * s[1],       (1 - 2 * (x * x + z * z)) * s[1], 2 * (y * z + x * w) * s[1],       0,
+         2 * (x * z + y * w) * s[2],       2 * (y * z - x * w) * s[2],       (1 - 2 * (x * x + y * y)) * s[2], 0,
+         t[0],                             t[1],                             t[2],                             1};
+  // clang-format on
   return m;
 }
 
@@ -90,17 +93,20 @@ inline formats::SceneData Scene() {
 
   // The base colour: a red top row, blue below (sRGB-exact texels); alpha 1.
   auto base = Pixels(8, 4, [](int, int y, float* p) {
-    p[0] = y == 0 ? Linear(255) : Linear(20), p[1] = Linear(y == 0 ? 0 : 40), p[2] = y == 0 ? Linear(0) : Linear(230), p[3] = 1;
+    p[0] = y == 0 ? Linear(255) : Linear(20), p[1] = Linear(y == 0 ? 0 : 40), p[2] = y == 0 ? Linear(0) : Linear(230),
+    p[3] = 1;
   });
   base.colorSpace = "sRGB";
   // Occlusion in red, roughness in green, metal in blue, one image for both ports.
   auto orm = Pixels(4, 4, [](int x, int y, float* p) {
-    p[0] = static_cast<float>(200 + x) / 255, p[1] = static_cast<float>(40 * y + 10) / 255, p[2] = static_cast<float>(60 * x) / 255, p[3] = 1;
+    p[0] = static_cast<float>(200 + x) / 255, p[1] = static_cast<float>(40 * y + 10) / 255,
+    p[2] = static_cast<float>(60 * x) / 255, p[3] = 1;
   });
   auto normal = Pixels(4, 4, [](int x, int, float* p) {
     p[0] = static_cast<float>(128 + 10 * x) / 255, p[1] = 115.0f / 255, p[2] = 242.0f / 255, p[3] = 1;
   });
-  auto emissive = Pixels(4, 2, [](int x, int y, float* p) { p[0] = Linear(50 * x), p[1] = Linear(100 * y), p[2] = Linear(7), p[3] = 1; });
+  auto emissive = Pixels(
+      4, 2, [](int x, int y, float* p) { p[0] = Linear(50 * x), p[1] = Linear(100 * y), p[2] = Linear(7), p[3] = 1; });
   emissive.colorSpace = "sRGB";
 
   auto painted = std::make_shared<vex::ParameterSet>(vex::Id(port::kId));
@@ -117,14 +123,18 @@ inline formats::SceneData Scene() {
   painted->SetConstant(port::alphaMode, std::string("OPAQUE"));
   painted->SetConstant(port::metallicFactor, 0.6);
   painted->SetConstant(port::roughnessFactor, 0.4);
-  painted->Set(port::metallicRoughnessTexture, vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), orm));
+  painted->Set(port::metallicRoughnessTexture,
+               vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), orm));
   painted->SetConstant(port::emissiveFactor, vex::Color{1.0, 0.5, 0.25});
   painted->SetConstant(port::emissiveStrength, 2.5);
-  painted->Set(port::emissiveTexture, vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), emissive));
+  painted->Set(port::emissiveTexture,
+               vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), emissive));
   painted->SetConstant(port::normalScale, 0.7);
-  painted->Set(port::normalTexture, vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{0.5, 0.5, 1, 1}), normal));
+  painted->Set(port::normalTexture,
+               vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{0.5, 0.5, 1, 1}), normal));
   painted->SetConstant(port::occlusionStrength, 0.8);
-  painted->Set(port::occlusionTexture, vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), orm));
+  painted->Set(port::occlusionTexture,
+               vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), orm));
 
   auto glass = std::make_shared<vex::ParameterSet>(vex::Id(port::kId));
   glass->SetConstant(port::baseColorFactor, vex::ColorA{0.2, 0.4, 0.6, 1.0});
@@ -142,26 +152,40 @@ inline formats::SceneData Scene() {
   leaf->SetConstant(port::emissiveFactor, vex::Color{0.1, 0.2, 0.3});
   scene.materials = {{"Painted", painted}, {"Glass", glass}, {"Leaf", leaf}};
 
-  formats::LightData point{.name = "Bulb", .type = formats::LightData::Type::Point, .color = {1, 0.9, 0.8}, .intensity = 120};
+  formats::LightData point{
+      .name = "Bulb", .type = formats::LightData::Type::Point, .color = {1, 0.9, 0.8}, .intensity = 120};
   point.range = 7.5;
-  formats::LightData spot{.name = "Spot", .type = formats::LightData::Type::Spot, .color = {0.5, 0.6, 1}, .intensity = 800,
-                          .innerConeAngle = 0.2, .outerConeAngle = 0.5};
-  formats::LightData sun{.name = "Sun", .type = formats::LightData::Type::Directional, .color = {1, 1, 0.9}, .intensity = 3.5};
+  formats::LightData spot{.name = "Spot",
+                          .type = formats::LightData::Type::Spot,
+                          .color = {0.5, 0.6, 1},
+                          .intensity = 800,
+                          .innerConeAngle = 0.2,
+                          .outerConeAngle = 0.5};
+  formats::LightData sun{
+      .name = "Sun", .type = formats::LightData::Type::Directional, .color = {1, 1, 0.9}, .intensity = 3.5};
   formats::LightData area{.name = "Window", .type = formats::LightData::Type::Rect, .intensity = 50};
   scene.lights = {point, spot, sun, area};
-  scene.cameras = {{.name = "Lens", .yfov = 0.8, .aspectRatio = 1.6, .znear = 0.05, .zfar = 250},
-                   {.name = "Plan", .orthographic = true, .aspectRatio = 2, .orthoHeight = 6, .znear = 0.5, .zfar = 90}};
+  scene.cameras = {
+      {.name = "Lens", .yfov = 0.8, .aspectRatio = 1.6, .znear = 0.05, .zfar = 250},
+      {.name = "Plan", .orthographic = true, .aspectRatio = 2, .orthoHeight = 6, .znear = 0.5, .zfar = 90}};
 
   using N = formats::NodeData;
   N root{.name = "Root", .local = Trs({1, 2, 3}, AxisAngle(0, 1, 0, std::numbers::pi / 6), {2, 2, 2})};
   N ball{.name = "Ball", .parent = 0, .local = Trs({0, 1, 0}, {0, 0, 0, 1}, {1, 1, 1}), .mesh = 0};
-  N panels{.name = "Panels", .parent = 0, .local = Trs({-3, 0, 0.5}, AxisAngle(1, 0, 0, -std::numbers::pi / 2), {1, 0.5, 1}), .mesh = 1};
+  N panels{.name = "Panels",
+           .parent = 0,
+           .local = Trs({-3, 0, 0.5}, AxisAngle(1, 0, 0, -std::numbers::pi / 2), {1, 0.5, 1}),
+           .mesh = 1};
   N bulb{.name = "BulbNode", .parent = 2, .local = Trs({0, 0, 2}, {0, 0, 0, 1}, {1, 1, 1}), .light = 0};
-  N spotNode{.name = "SpotNode", .parent = 0, .local = Trs({0, 4, 0}, AxisAngle(1, 0, 0, -std::numbers::pi / 2), {1, 1, 1}), .light = 1};
+  N spotNode{.name = "SpotNode",
+             .parent = 0,
+             .local = Trs({0, 4, 0}, AxisAngle(1, 0, 0, -std::numbers::pi / 2), {1, 1, 1}),
+             .light = 1};
   N sunNode{.name = "SunNode", .local = Trs({0, 0, 0}, AxisAngle(1, 0, 0, -1.0), {1, 1, 1}), .light = 2};
   N windowNode{.name = "WindowNode", .local = Trs({0, 3, -2}, {0, 0, 0, 1}, {1, 1, 1}), .light = 3};
   N lens{.name = "LensNode", .local = Trs({0, 1.5, 6}, {0, 0, 0, 1}, {1, 1, 1}), .camera = 0};
-  N plan{.name = "PlanNode", .local = Trs({0, 10, 0}, AxisAngle(1, 0, 0, -std::numbers::pi / 2), {1, 1, 1}), .camera = 1};
+  N plan{
+      .name = "PlanNode", .local = Trs({0, 10, 0}, AxisAngle(1, 0, 0, -std::numbers::pi / 2), {1, 1, 1}), .camera = 1};
   scene.nodes = {root, ball, panels, bulb, spotNode, sunNode, windowNode, lens, plan};
   return scene;
 }
@@ -169,7 +193,8 @@ inline formats::SceneData Scene() {
 /// The world transform of node `i`.
 inline formats::Matrix4 World(const formats::SceneData& scene, int i) {
   formats::Matrix4 m = scene.nodes[static_cast<std::size_t>(i)].local;
-  for (int p = scene.nodes[static_cast<std::size_t>(i)].parent; p >= 0; p = scene.nodes[static_cast<std::size_t>(p)].parent)
+  for (int p = scene.nodes[static_cast<std::size_t>(i)].parent; p >= 0;
+       p = scene.nodes[static_cast<std::size_t>(p)].parent)
     m = scene.nodes[static_cast<std::size_t>(p)].local * m;
   return m;
 }

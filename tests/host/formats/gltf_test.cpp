@@ -10,12 +10,11 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-
 #include <nlohmann/json.hpp>
 
 #include "host/formats/gltf_io.h"
-#include "host/images.h"
 #include "host/formats/gltf_scene_fixture.h"
+#include "host/images.h"
 #include "test_host.h"
 
 namespace fs = std::filesystem;
@@ -92,14 +91,16 @@ void ExpectSameSet(const vex::ParameterSet& expected, const vex::ParameterSet& a
       EXPECT_EQ(entry.texture->colorSpace == "sRGB", other->texture->colorSpace == "sRGB");
       double worst = 0;
       for (std::size_t i = 0; i < entry.texture->GetCount() * 4; ++i)
-        worst = std::max<double>(worst, std::abs(entry.texture->_pixels->Data()[i] - other->texture->_pixels->Data()[i]));
+        worst =
+            std::max<double>(worst, std::abs(entry.texture->_pixels->Data()[i] - other->texture->_pixels->Data()[i]));
       EXPECT_LE(worst, tolerance);
     }
     EXPECT_EQ(entry.properties, other->properties);
   }
 }
 
-void ExpectMatrixNear(const formats::Matrix4& a, const formats::Matrix4& b, double tolerance, const std::string& label) {
+void ExpectMatrixNear(const formats::Matrix4& a, const formats::Matrix4& b, double tolerance,
+                      const std::string& label) {
   for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(a.m[i], b.m[i], tolerance) << label << " element " << i;
 }
 
@@ -155,7 +156,8 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
     ExpectSameSet(*scene.materials[0].set, *back.materials[0].set, 1e-4, "Painted");
     EXPECT_TRUE(back.warnings.empty()) << ::testing::PrintToString(back.warnings);
     // Glass: the opacity goes into the factor's alpha.
-    EXPECT_EQ(*ConstantOf(*back.materials[1].set, port::baseColorFactor)->Get<vex::ColorA>(), (vex::ColorA{0.2, 0.4, 0.6, 0.5}));
+    EXPECT_EQ(*ConstantOf(*back.materials[1].set, port::baseColorFactor)->Get<vex::ColorA>(),
+              (vex::ColorA{0.2, 0.4, 0.6, 0.5}));
     EXPECT_EQ(*ConstantOf(*back.materials[1].set, port::alphaMode)->Get<std::string>(), "BLEND");
     ExpectSameSet(*scene.materials[2].set, *back.materials[2].set, 1e-9, "Leaf");
 
@@ -190,7 +192,8 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
   auto written = formats::detail::WriteGltf(scene, dir.string(), "plain", Bundles(), plain);
   ASSERT_TRUE(written.has_value()) << written.error().message;
   ASSERT_EQ(written->warnings.size(), 2u);
-  EXPECT_EQ(written->warnings[0], "material 'Painted': emission 2.5 exceeds 1 and was clamped (--emissive-strength keeps it)");
+  EXPECT_EQ(written->warnings[0],
+            "material 'Painted': emission 2.5 exceeds 1 and was clamped (--emissive-strength keeps it)");
   auto back = formats::detail::ReadGltf((dir / "plain.gltf").string(), Bundles(), {});
   ASSERT_TRUE(back.has_value()) << back.error().message;
   EXPECT_FALSE(back->materials[0].set->Has(port::emissiveStrength));
@@ -244,7 +247,8 @@ TEST_F(Gltf, WrittenFileSpeaksTheFormatsConventions) {
   EXPECT_EQ(sampler, (Json{{"wrapS", 33071}, {"wrapT", 33648}, {"magFilter", 9728}, {"minFilter", 9985}}));
   // A texture without sampler properties names no sampler.
   EXPECT_FALSE(json["textures"][json["materials"][0]["normalTexture"]["index"].get<int>()].contains("sampler"));
-  EXPECT_EQ(json["materials"][0]["occlusionTexture"]["index"], json["materials"][0]["pbrMetallicRoughness"]["metallicRoughnessTexture"]["index"]);
+  EXPECT_EQ(json["materials"][0]["occlusionTexture"]["index"],
+            json["materials"][0]["pbrMetallicRoughness"]["metallicRoughnessTexture"]["index"]);
   const auto used = json["extensionsUsed"].get<std::vector<std::string>>();
   EXPECT_NE(std::find(used.begin(), used.end(), "KHR_texture_transform"), used.end());
   EXPECT_EQ(json["materials"][2]["alphaMode"], "MASK");
@@ -260,7 +264,8 @@ TEST_F(Gltf, WrittenFileSpeaksTheFormatsConventions) {
 
 /// Writes `json` as "<dir>/<name>.gltf" with a 3x2 PNG embedded as a data URI.
 std::string EmbeddedPng(const fs::path& dir) {
-  auto pixels = gltf_fixture::Pixels(3, 2, [](int x, int y, float* p) { p[0] = x / 2.0f, p[1] = static_cast<float>(y), p[2] = 0.5f, p[3] = 1; });
+  auto pixels = gltf_fixture::Pixels(
+      3, 2, [](int x, int y, float* p) { p[0] = x / 2.0f, p[1] = static_cast<float>(y), p[2] = 0.5f, p[3] = 1; });
   const auto file = dir / "embedded.png";
   EXPECT_TRUE(host::WriteImage(file.string(), pixels, {}).has_value());
   std::ifstream in(file, std::ios::binary);
@@ -295,9 +300,13 @@ TEST_F(Gltf, ForeignFilesAreCarriedOrNamedNeverLostSilently) {
   file["buffers"] = Json::array({{{"uri", "foreign.bin"}, {"byteLength", bin.size()}}});
   file["bufferViews"] = Json::array({{{"buffer", 0}, {"byteOffset", 0}, {"byteLength", 48}},
                                      {{"buffer", 0}, {"byteOffset", 48}, {"byteLength", 32}}});
-  file["accessors"] = Json::array(
-      {{{"bufferView", 0}, {"componentType", 5126}, {"count", 4}, {"type", "VEC3"}, {"min", {0, 0, 0}}, {"max", {1, 1, 0}}},
-       {{"bufferView", 1}, {"componentType", 5126}, {"count", 4}, {"type", "VEC2"}}});
+  file["accessors"] = Json::array({{{"bufferView", 0},
+                                    {"componentType", 5126},
+                                    {"count", 4},
+                                    {"type", "VEC3"},
+                                    {"min", {0, 0, 0}},
+                                    {"max", {1, 1, 0}}},
+                                   {{"bufferView", 1}, {"componentType", 5126}, {"count", 4}, {"type", "VEC2"}}});
   Json stripPrimitive = {{"attributes", {{"POSITION", 0}, {"TEXCOORD_0", 1}}}, {"mode", 5}, {"material", 0}};
   Json line = {{"attributes", {{"POSITION", 0}}}, {"mode", 1}};
   file["meshes"] = Json::array({{{"name", "Strip"}, {"primitives", Json::array({stripPrimitive, line})}}});
@@ -309,7 +318,8 @@ TEST_F(Gltf, ForeignFilesAreCarriedOrNamedNeverLostSilently) {
   material["doubleSided"] = true;
   material["pbrMetallicRoughness"]["baseColorFactor"] = {0.5, 0.25, 1, 0.8};
   material["pbrMetallicRoughness"]["baseColorTexture"]["index"] = 0;
-  material["pbrMetallicRoughness"]["baseColorTexture"]["extensions"]["KHR_texture_transform"] = {{"offset", {0.1, 0.2}}, {"texCoord", 1}};
+  material["pbrMetallicRoughness"]["baseColorTexture"]["extensions"]["KHR_texture_transform"] = {{"offset", {0.1, 0.2}},
+                                                                                                 {"texCoord", 1}};
   material["pbrMetallicRoughness"]["metallicFactor"] = 0.3;
   material["normalTexture"] = {{"index", 1}, {"scale", 0.4}};
   material["emissiveTexture"]["index"] = 0;
@@ -365,11 +375,13 @@ TEST_F(Gltf, ForeignFilesAreCarriedOrNamedNeverLostSilently) {
   EXPECT_EQ(set.Find(port::emissiveTexture)->texture->_pixels, base->texture->_pixels);
 
   std::vector<std::string> coat, strip, file_level;
-  for (const auto& w : scene.warnings) (w.rfind("material 'Coat'", 0) == 0 ? coat : w.rfind("mesh 'Strip'", 0) == 0 ? strip : file_level).push_back(w);
+  for (const auto& w : scene.warnings)
+    (w.rfind("material 'Coat'", 0) == 0 ? coat : w.rfind("mesh 'Strip'", 0) == 0 ? strip : file_level).push_back(w);
   ASSERT_EQ(coat.size(), 1u) << ::testing::PrintToString(scene.warnings);
-  for (const char* loss : {"baseColorTexture uses texCoord 1 (only the first set is read)", "missing.png: no such file; the factor stands alone",
-                           "emissiveTexture extension EXT_mystery not carried", "extension KHR_materials_clearcoat not carried",
-                           "doubleSided not carried"})
+  for (const char* loss :
+       {"baseColorTexture uses texCoord 1 (only the first set is read)",
+        "missing.png: no such file; the factor stands alone", "emissiveTexture extension EXT_mystery not carried",
+        "extension KHR_materials_clearcoat not carried", "doubleSided not carried"})
     EXPECT_NE(coat[0].find(loss), std::string::npos) << loss << " in " << coat[0];
   ASSERT_EQ(strip.size(), 1u);
   EXPECT_NE(strip[0].find("primitive 1 (points or lines) skipped"), std::string::npos) << strip[0];
@@ -423,7 +435,8 @@ TEST_F(Gltf, WriterRefusesScenesItCannotWriteTruthfully) {
   EXPECT_NE(attempt(s).find("mesh 'Panels': index 99 beyond its 6 vertices"), std::string::npos);
   s = scene;
   s.materials[1].set = std::make_shared<vex::ParameterSet>(vex::Id(vex::ports::corvane::kId));
-  EXPECT_NE(attempt(s).find("material 'Glass': the glTF writer takes sets of net.kelvo.material.portbundle.gltf"), std::string::npos);
+  EXPECT_NE(attempt(s).find("material 'Glass': the glTF writer takes sets of net.kelvo.material.portbundle.gltf"),
+            std::string::npos);
 }
 
 /// Import -> export -> import: every value and texture channel of the first import comes back.
