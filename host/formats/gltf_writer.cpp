@@ -565,7 +565,7 @@ class Writer {
     for (int i = 0; i < count; ++i) {
       const NodeData& node = scene_.nodes[static_cast<std::size_t>(i)];
       const std::string what = "node " + Quoted(node.name);
-      if (node.parent >= i)
+      if (node.parent >= i || node.parent < -1)
         return VEX_FAIL(vex::ErrorKind::FileIO,
                         Place(what + ": its parent " + std::to_string(node.parent) + " does not come before it"));
       if (!node.local.IsFinite())

@@ -431,6 +431,9 @@ TEST_F(Gltf, WriterRefusesScenesItCannotWriteTruthfully) {
   s.nodes[0].parent = 4;
   EXPECT_NE(attempt(s).find("node 'Root': its parent 4 does not come before it"), std::string::npos);
   s = scene;
+  s.nodes[1].parent = -5;
+  EXPECT_NE(attempt(s).find("node 'Ball': its parent -5 does not come before it"), std::string::npos);
+  s = scene;
   s.meshes[1].indices[4] = 99;
   EXPECT_NE(attempt(s).find("mesh 'Panels': index 99 beyond its 6 vertices"), std::string::npos);
   s = scene;
