@@ -677,7 +677,7 @@ vex::Result<WrittenFiles> WriteGltf(const SceneData& scene, const std::string& d
 vex::Result<GltfPreviewFiles> WriteGltfScene(const SceneData& scene, const std::string& directory,
                                              const std::string& stem, const vex::IPortBundles& bundles,
                                              bool emissiveStrength, bool glb) {
-  WriteOptions options;
+  WriteOptions options{};
   options.emissiveStrength = emissiveStrength;
   options.glb = glb;
   Writer writer(scene, directory, stem, bundles, options);

@@ -85,7 +85,7 @@ TEST_F(GltfFiles, ValidatorAndThreeJsReadTheSceneAsWritten) {
   auto loaded = host.Load(INTEROP_MODULE_PATH);
   ASSERT_TRUE(loaded.has_value()) << loaded.error().message;
   const auto scene = gltf_fixture::Scene();
-  host::formats::WriteOptions options;
+  host::formats::WriteOptions options{};
   options.emissiveStrength = true;
   ASSERT_TRUE(host::formats::detail::WriteGltf(scene, dir.string(), "scene", host.bundles(), options).has_value());
   options.glb = true;
@@ -218,7 +218,7 @@ TEST_F(GltfFiles, PreviewTexturesLandTheRightWayUpAndEmbeddedImagesImport) {
 
   host::ReferenceHost host{host::HostOptions{.quiet = true}};
   ASSERT_TRUE(host.Load(INTEROP_MODULE_PATH).has_value());
-  host::formats::WriteOptions options;
+  host::formats::WriteOptions options{};
   options.glb = true;
   ASSERT_TRUE(host::formats::detail::WriteGltf(gltf_fixture::Scene(), dir.string(), "scene", host.bundles(), options));
   o = cli_test::Tool("import " + (dir / "scene.glb").string() + " --json -o " + (dir / "imported").string());

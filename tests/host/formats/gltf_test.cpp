@@ -37,7 +37,7 @@ class Gltf : public ::testing::Test {
   const vex::IPortBundles& Bundles() { return testing_support::Host().bundles(); }
 
   formats::SceneData WriteAndRead(const formats::SceneData& scene, bool glb, formats::WrittenFiles* written = nullptr) {
-    formats::WriteOptions options;
+    formats::WriteOptions options{};
     options.glb = glb;
     auto files = formats::detail::WriteGltf(scene, dir.string(), "scene", Bundles(), options);
     EXPECT_TRUE(files.has_value()) << files.error().message;
@@ -187,7 +187,7 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
   }
 
   // Without the strength extension the emission above 1 is clamped, and the writer says so.
-  formats::WriteOptions plain;
+  formats::WriteOptions plain{};
   plain.emissiveStrength = false;
   auto written = formats::detail::WriteGltf(scene, dir.string(), "plain", Bundles(), plain);
   ASSERT_TRUE(written.has_value()) << written.error().message;
@@ -206,7 +206,7 @@ TEST_F(Gltf, WrittenFileSpeaksTheFormatsConventions) {
   auto scene = gltf_fixture::Scene();
   // A sheared node can only be written as a matrix.
   scene.nodes[5].local.m[4] = 0.5;
-  formats::WriteOptions options;
+  formats::WriteOptions options{};
   ASSERT_TRUE(formats::detail::WriteGltf(scene, dir.string(), "scene", Bundles(), options).has_value());
   std::ifstream in(dir / "scene.gltf");
   const Json json = Json::parse(in);
@@ -444,7 +444,7 @@ TEST_F(Gltf, WriterRefusesScenesItCannotWriteTruthfully) {
 
 /// Import -> export -> import: every value and texture channel of the first import comes back.
 TEST_F(Gltf, ImportExportImportKeepsEveryValueAndChannel) {
-  formats::WriteOptions options;
+  formats::WriteOptions options{};
   options.emissiveStrength = true;
   for (const bool glb : {false, true}) {
     SCOPED_TRACE(glb ? "glb" : "gltf");
