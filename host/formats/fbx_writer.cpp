@@ -298,9 +298,11 @@ void WriteSurface(Node& m, const Surface& s) {
   PNumber(p, "ReflectionFactor", s.reflectionFactor);
   P(p, "NormalMap", "Vector3D", "Vector", "", {0.0, 0.0, 0.0});
   PNumber(p, "BumpFactor", s.bumpFactor);
-  // The legacy names, as products where the current ones have a factor.
+  // The legacy names, as the readers that prefer them take them: the diffuse, ambient and specular
+  // colours times their factors, the emissive colour alone (those readers apply EmissiveFactor to
+  // it as an intensity).
   auto times = [](const vex::Color& c, double f) { return vex::Color{c.r * f, c.g * f, c.b * f}; };
-  PVector(p, "Emissive", times(s.emissive, s.emissiveFactor));
+  PVector(p, "Emissive", s.emissive);
   PVector(p, "Ambient", times(s.ambient, s.ambientFactor));
   PVector(p, "Diffuse", times(s.diffuse, s.diffuseFactor));
   PVector(p, "Specular", times(s.specular, s.specularFactor));

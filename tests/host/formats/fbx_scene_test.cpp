@@ -191,7 +191,7 @@ TEST_F(FbxScene, RecordsCarryTheCurrentAndTheLegacyPropertyNames) {
     auto p = props(o);
     EXPECT_EQ(p["EmissiveColor"], (std::vector<double>{1.0, 0.5, 0.25}));
     EXPECT_EQ(p["EmissiveFactor"], std::vector<double>{2.0});
-    EXPECT_EQ(p["Emissive"], (std::vector<double>{2.0, 1.0, 0.5}));
+    EXPECT_EQ(p["Emissive"], (std::vector<double>{1.0, 0.5, 0.25}));
     EXPECT_NEAR(p["TransparencyFactor"].at(0), 0.4, 1e-12);
     EXPECT_NEAR(p["Opacity"].at(0), 0.6, 1e-12);
     EXPECT_EQ(p["TransparentColor"], (std::vector<double>{1, 1, 1}));
