@@ -5,6 +5,7 @@
 // both the current property names (DiffuseColor, EmissiveColor/EmissiveFactor, TransparencyFactor,
 // Opacity, ...) and the legacy ones (Diffuse, Emissive, ...) that older readers look for.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>

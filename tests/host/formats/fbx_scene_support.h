@@ -67,6 +67,8 @@ inline host::formats::SceneData MakeScene() {
   glass.SetConstant(phong::transparentColor, vex::Color{1, 1, 1});
   glass.SetConstant(phong::transparencyFactor, 0.4);
   glass.SetConstant(phong::shininess, 49.0);
+  glass.SetConstant(phong::specular, vex::Color{0.5, 0.4, 0.3});
+  glass.SetConstant(phong::specularFactor, 0.75);
   vex::ParameterSet paint;
   (void)paint.Tag(vex::Id(obj::kId));
   paint.SetConstant(obj::diffuse_color, vex::Color{0.1, 0.8, 0.1});

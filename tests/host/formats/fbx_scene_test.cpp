@@ -141,6 +141,8 @@ TEST_F(FbxScene, WholeSceneComesBackThroughOurReader) {
   EXPECT_NEAR(NumberOf(*glass->set, g::emissiveFactor), 1.0, 1e-9);
   ExpectColor(ColorOf(*glass->set, g::opacityColor), 0.6, 0.6, 0.6, 1e-6);
   EXPECT_NEAR(NumberOf(*glass->set, g::shininess), 0.3, 1e-6);
+  ExpectColor(ColorOf(*glass->set, g::specularColor), 0.5, 0.4, 0.3);
+  EXPECT_NEAR(NumberOf(*glass->set, g::specularFactor), 0.75, 1e-6);
   ExpectColor(ColorOf(*paint->set, g::diffuseColor), 0.1, 0.8, 0.1);
   ExpectColor(ColorOf(*paint->set, g::opacityColor), 0.5, 0.5, 0.5, 1e-6);
   EXPECT_NEAR(NumberOf(*paint->set, g::shininess), 0.9, 1e-6);
