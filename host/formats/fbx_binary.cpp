@@ -39,7 +39,7 @@ void PutArray(std::string& out, const std::vector<T>& values, const EncodeOption
     uLongf packed = compressBound(static_cast<uLong>(size));
     std::string buffer(packed, '\0');
     if (compress2(reinterpret_cast<Bytef*>(buffer.data()), &packed, reinterpret_cast<const Bytef*>(values.data()),
-                  static_cast<uLong>(size), Z_DEFAULT_COMPRESSION) == Z_OK) {
+                  static_cast<uLong>(size), Z_BEST_SPEED) == Z_OK) {
       Put<std::uint32_t>(out, 1);
       Put<std::uint32_t>(out, static_cast<std::uint32_t>(packed));
       out.append(buffer.data(), packed);
