@@ -224,4 +224,33 @@ TEST_F(FbxReaders, WholeSceneReadsBackInBlenderAndThreeJs) {
   EXPECT_EQ(probe["materials"]["Brass"]["links"]["Base Color"]["size"], Json::array({4, 2}));
 }
 
+TEST_F(FbxReaders, AsciiOnRequestAndAMissingTextureImportsWithAWarning) {
+  auto o = cli_test::Tool("convert " + (dir / "in/corvane_plain.json").string() + " --to fbx --fbx-ascii -o " +
+                          (dir / "ascii").string());
+  ASSERT_EQ(o.exit, 0) << o.output;
+  std::ifstream in(dir / "ascii/corvane_plain/corvane_plain.fbx");
+  std::string first;
+  std::getline(in, first);
+  EXPECT_EQ(first, "; FBX 7.4.0 project file");
+  o = cli_test::Tool("import " + (dir / "ascii/corvane_plain/corvane_plain.fbx").string() + " --native -o " +
+                     (dir / "ascii_back").string());
+  ASSERT_EQ(o.exit, 0) << o.output;
+  std::ifstream plain(dir / "ascii_back/corvane_plain.json");
+  const Json back = Json::parse(plain);
+  ExpectNear(back["parameters"]["emissiveColor"]["value"], {0.5, 0.25, 0.125}, 1e-5, "emission through ASCII");
+
+  // The checker image is gone: the import goes on with the constant and says which texture.
+  fs::remove(Textured().parent_path() / "corvane_textured_diffuse_color.png");
+  o = cli_test::Tool("import " + Textured().string() + " --native -o " + (dir / "textured_back").string());
+  ASSERT_EQ(o.exit, 0) << o.output;
+  EXPECT_NE(o.output.find("DiffuseColor texture corvane_textured_diffuse_color.png cannot be read (no such file); "
+                          "the constant is used"),
+            std::string::npos)
+      << o.output;
+  std::ifstream textured(dir / "textured_back/corvane_textured.json");
+  const Json t = Json::parse(textured);
+  EXPECT_FALSE(t["parameters"]["diffuseColor"].contains("texture")) << t.dump();
+  EXPECT_TRUE(t["parameters"]["shininess"].contains("texture")) << t.dump();  // the roughness ramp
+}
+
 }  // namespace
