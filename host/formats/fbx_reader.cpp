@@ -5,6 +5,8 @@
 // named in one warning line per material; a texture that cannot be read is a warning too, and its
 // port keeps its constant.
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -111,7 +113,7 @@ struct MaterialReader {
     if (!texture) {
       losses.push_back(std::string(what) + " texture " + file.C_Str() + " cannot be read (" +
                        (fs::exists(texturePath, ec) ? "not a readable image" : "no such file") +
-                       "); the constant is used");
+                       "), so its constant is used");
       return;
     }
     if (options.textureSize > 0) {
@@ -173,7 +175,10 @@ struct MaterialReader {
 
     if (m.GetTextureCount(aiTextureType_NORMALS) > 0 || m.GetTextureCount(aiTextureType_HEIGHT) > 0) {
       const double strength = Number(AI_MATKEY_BUMPSCALING).value_or(1.0);
-      losses.push_back("NormalMap (strength " + std::to_string(strength) + "): the generic model has no normal port; left out");
+      std::array<char, 32> text{};
+      const auto end = std::to_chars(text.data(), text.data() + text.size(), strength).ptr;
+      losses.push_back("NormalMap (strength " + std::string(text.data(), end) +
+                       "): the generic model has no normal port; left out");
     }
     const auto ambient = Color(AI_MATKEY_COLOR_AMBIENT).value_or(aiColor3D(0, 0, 0));
     if (ambient.r > 0 || ambient.g > 0 || ambient.b > 0 || m.GetTextureCount(aiTextureType_AMBIENT) > 0)
