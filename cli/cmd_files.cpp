@@ -75,7 +75,7 @@ struct ConvertArgs {
   std::string to;
   std::string output;
   bool emissiveStrength = false;
-  bool fbxBinary = false;
+  bool fbxAscii = false;
   int maxTextureSize = 0;
   bool powerOfTwo = false;
   std::string report;
@@ -205,7 +205,7 @@ Outcome WriteSetAsFile(host::ReferenceHost& host, std::mutex& moduleLock, const 
   if (!scratch) return fail(scratch.error());
   host::formats::WriteOptions write;
   write.emissiveStrength = args.emissiveStrength;
-  write.fbxBinary = args.fbxBinary;
+  write.fbxAscii = args.fbxAscii;
   auto written =
       host::formats::WriteMaterial(format, *formatSet->set, stem, scratch->string(), host.bundles(), write);
   if (written)
@@ -547,8 +547,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
   convert->add_option("-o,--output", convertArgs->output, "Output directory (one folder per input)")->required();
   convert->add_flag("--emissive-strength", convertArgs->emissiveStrength,
                     "glTF: keep emission above 1 with KHR_materials_emissive_strength instead of clamping it");
-  convert->add_flag("--fbx-binary", convertArgs->fbxBinary,
-                    "FBX: write binary FBX instead of ASCII FBX (vexinterop import reads only the ASCII form back)");
+  convert->add_flag("--fbx-ascii", convertArgs->fbxAscii, "FBX: write ASCII FBX instead of binary FBX 7.4");
   convert->add_option("--max-texture-size", convertArgs->maxTextureSize,
                       "Downscale textures whose longer side exceeds N pixels (filtered, aspect kept)")
       ->check(CLI::PositiveNumber);
@@ -567,7 +566,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
       ->check(CLI::PositiveNumber);
   exporter->add_flag("--emissive-strength", exportArgs->emissiveStrength,
                      "glTF: keep emission above 1 with KHR_materials_emissive_strength instead of clamping it");
-  exporter->add_flag("--fbx-binary", exportArgs->fbxBinary, "FBX: write binary FBX instead of ASCII FBX");
+  exporter->add_flag("--fbx-ascii", exportArgs->fbxAscii, "FBX: write ASCII FBX instead of binary FBX 7.4");
   exporter->callback([&context, exportArgs] { throw CLI::RuntimeError(RunExport(context, *exportArgs)); });
 
   auto importArgs = std::make_shared<ImportArgs>();

@@ -1,175 +1,532 @@
-// FBX through Assimp's FBX exporter (ASCII FBX 7.4 by default, binary on
-// request: Debian's Assimp 5.2 cannot read back its own binary export, while
-// both forms open in other tools): the preview sphere with
-// one Phong surface. The set is either of the FBX Phong bundle (its colours are
-// multiplied by their factors, as the exporter writes no factors) or of the
-// OBJ bundle (the colours, opacity and normal map an FBX surface carries; the
-// roughness as a Phong exponent).
+// The FBX writer: a scene as binary FBX 7.4 (or its ASCII form), built as a record tree and handed
+// to fbx_binary for the bytes. Meshes become Geometry objects (positions as control points, normals
+// and texture coordinates per polygon corner, the material per polygon), nodes Model objects with
+// their local transform as Lcl Translation/Rotation/Scaling, materials Phong surfaces that carry
+// both the current property names (DiffuseColor, EmissiveColor/EmissiveFactor, TransparencyFactor,
+// Opacity, ...) and the legacy ones (Diffuse, Emissive, ...) that older readers look for.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
-#include <memory>
-#include <mutex>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <numbers>
+#include <set>
+#include <sstream>
 
-#include <assimp/Exporter.hpp>
-#include <assimp/material.h>
-#include <assimp/scene.h>
+#include "host/formats/fbx_binary.h"
+#include "host/formats/fbx_io.h"
+#include "host/formats/fbx_surface.h"
+#include "host/images.h"
 
-#include "host/formats/assimp_lock.h"
-#include "host/formats/writers.h"
+namespace fs = std::filesystem;
 
 namespace host::formats::detail {
 namespace {
 
-aiColor3D Scaled(const vex::Color& c, double f) {
-  return aiColor3D(static_cast<float>(c.r * f), static_cast<float>(c.g * f), static_cast<float>(c.b * f));
+using fbx::Node;
+using fbx::Property;
+
+// --- Properties70 ----------------------------------------------------------------------------------
+
+void P(Node& props, std::string name, std::string type, std::string label, std::string flags,
+       std::vector<Property> values) {
+  std::vector<Property> all{std::move(name), std::move(type), std::move(label), std::move(flags)};
+  for (auto& v : values) all.push_back(std::move(v));
+  props.Add("P", std::move(all));
+}
+void PInt(Node& props, const std::string& name, std::int32_t v) { P(props, name, "int", "Integer", "", {v}); }
+void PEnum(Node& props, const std::string& name, std::int32_t v) { P(props, name, "enum", "", "", {v}); }
+void PDouble(Node& props, const std::string& name, double v) { P(props, name, "double", "Number", "", {v}); }
+void PNumber(Node& props, const std::string& name, double v) { P(props, name, "Number", "", "A", {v}); }
+void PColor(Node& props, const std::string& name, const vex::Color& c) {
+  P(props, name, "Color", "", "A", {c.r, c.g, c.b});
+}
+void PVector(Node& props, const std::string& name, const vex::Color& c) {
+  P(props, name, "Vector3D", "Vector", "", {c.r, c.g, c.b});
+}
+void PString(Node& props, const std::string& name, const std::string& v) {
+  P(props, name, "KString", "", "", {v});
+}
+void PLcl(Node& props, const std::string& name, const std::array<double, 3>& v) {
+  P(props, name, name, "", "A", {v[0], v[1], v[2]});
 }
 
-aiMesh* MakeMesh(const PreviewMesh& preview, const std::string& name) {
-  auto* mesh = new aiMesh();
-  mesh->mName = aiString(name);
-  mesh->mPrimitiveTypes = aiPrimitiveType_TRIANGLE;
-  mesh->mMaterialIndex = 0;
-  const auto n = static_cast<unsigned>(preview.VertexCount());
-  mesh->mNumVertices = n;
-  mesh->mVertices = new aiVector3D[n];
-  mesh->mNormals = new aiVector3D[n];
-  mesh->mTextureCoords[0] = new aiVector3D[n];
-  mesh->mNumUVComponents[0] = 2;
-  for (unsigned i = 0; i < n; ++i) {
-    mesh->mVertices[i] = aiVector3D(preview.positions[3 * i], preview.positions[3 * i + 1], preview.positions[3 * i + 2]);
-    mesh->mNormals[i] = aiVector3D(preview.normals[3 * i], preview.normals[3 * i + 1], preview.normals[3 * i + 2]);
-    mesh->mTextureCoords[0][i] = aiVector3D(preview.uvs[2 * i], preview.uvs[2 * i + 1], 0.0f);
-  }
-  const auto faces = static_cast<unsigned>(preview.TriangleCount());
-  mesh->mNumFaces = faces;
-  mesh->mFaces = new aiFace[faces];
-  for (unsigned f = 0; f < faces; ++f) {
-    mesh->mFaces[f].mNumIndices = 3;
-    mesh->mFaces[f].mIndices = new unsigned[3];
-    for (unsigned k = 0; k < 3; ++k) mesh->mFaces[f].mIndices[k] = preview.indices[3 * f + k];
-  }
-  return mesh;
-}
+// --- transforms --------------------------------------------------------------------------------------
 
-struct Surface {
-  aiMaterial& m;
-  const PortReader& material;
-  const std::string& name;
-  const std::string& directory;
-  WrittenMaterial& written;
-
-  void Color(const char* key, unsigned type, unsigned index, aiColor3D c) { m.AddProperty(&c, 1, key, type, index); }
-  void Number(const char* key, unsigned type, unsigned index, double v) {
-    const float f = static_cast<float>(v);
-    m.AddProperty(&f, 1, key, type, index);
-  }
-  vex::Result<void> Texture(std::string_view port, aiTextureType type, bool srgb) {
-    const vex::TextureBuffer* texture = material.Texture(port);
-    if (texture == nullptr) return {};
-    const std::string file = name + "_" + std::string(port) + ".png";
-    VEX_TRY(WriteTexture(directory, file, *texture, srgb));
-    written.files.push_back(file);
-    written.textures.emplace_back(std::string(port), file);
-    const aiString path(file);
-    m.AddProperty(&path, AI_MATKEY_TEXTURE(type, 0));
-    return {};
-  }
+struct Decomposed {
+  std::array<double, 3> translation{}, rotation{}, scaling{1, 1, 1};  // rotation: degrees, XYZ order
+  bool exact = true;  // false when the matrix holds a shear that T * R * S cannot say
 };
 
-/// A Phong exponent for a roughness in [0, 1] (Beckmann-like: n = 2 / r^4 - 2), at most 10000.
-double PhongExponent(double roughness) {
-  const double r = std::clamp(roughness, 0.0, 1.0);
-  const double r4 = r * r * r * r;
-  return r4 <= 2.0 / 10002.0 ? 10000.0 : 2.0 / r4 - 2.0;
+/// T * Rz * Ry * Rx * S, the order of FBX's default rotation order (XYZ).
+Decomposed Decompose(const Matrix4& matrix) {
+  const auto& m = matrix.m;
+  Decomposed d;
+  d.translation = {m[12], m[13], m[14]};
+  std::array<std::array<double, 3>, 3> r{};  // columns
+  for (int c = 0; c < 3; ++c) {
+    const double len = std::sqrt(m[c * 4] * m[c * 4] + m[c * 4 + 1] * m[c * 4 + 1] + m[c * 4 + 2] * m[c * 4 + 2]);
+    d.scaling[static_cast<std::size_t>(c)] = len;
+    for (int k = 0; k < 3; ++k)
+      r[static_cast<std::size_t>(c)][static_cast<std::size_t>(k)] = len > 0 ? m[c * 4 + k] / len : (c == k ? 1.0 : 0.0);
+  }
+  const auto& x = r[0];
+  const auto& y = r[1];
+  const auto& z = r[2];
+  const double det = x[0] * (y[1] * z[2] - y[2] * z[1]) - y[0] * (x[1] * z[2] - x[2] * z[1]) + z[0] * (x[1] * y[2] - x[2] * y[1]);
+  if (det < 0) {
+    d.scaling[0] = -d.scaling[0];
+    for (auto& v : r[0]) v = -v;
+  }
+  // R(row, col) = r[col][row]
+  auto R = [&](int row, int col) { return r[static_cast<std::size_t>(col)][static_cast<std::size_t>(row)]; };
+  const double sb = std::clamp(-R(2, 0), -1.0, 1.0);
+  double a, b, c;
+  b = std::asin(sb);
+  if (std::abs(sb) < 0.9999999) {
+    a = std::atan2(R(2, 1), R(2, 2));
+    c = std::atan2(R(1, 0), R(0, 0));
+  } else {
+    c = 0.0;
+    a = std::atan2(sb * R(0, 1), R(1, 1));
+  }
+  const double toDegrees = 180.0 / std::numbers::pi;
+  d.rotation = {a * toDegrees, b * toDegrees, c * toDegrees};
+  // Recompose and compare: a difference is a shear (or a projective part) FBX cannot carry.
+  const double ca = std::cos(a), sa = std::sin(a), cb = std::cos(b), sbb = std::sin(b), cc = std::cos(c), sc = std::sin(c);
+  const double rot[3][3] = {{cb * cc, sa * sbb * cc - ca * sc, ca * sbb * cc + sa * sc},
+                            {cb * sc, sa * sbb * sc + ca * cc, ca * sbb * sc - sa * cc},
+                            {-sbb, sa * cb, ca * cb}};
+  for (int col = 0; col < 3; ++col)
+    for (int row = 0; row < 3; ++row) {
+      const double expected = rot[row][col] * d.scaling[static_cast<std::size_t>(col)];
+      if (std::abs(expected - m[col * 4 + row]) > 1e-6 * std::max(1.0, std::abs(expected))) d.exact = false;
+    }
+  if (m[3] != 0 || m[7] != 0 || m[11] != 0 || m[15] != 1) d.exact = false;
+  return d;
 }
 
-vex::Result<void> FromFbxPhong(Surface& s) {
-  const PortReader& p = s.material;
-  s.Color(AI_MATKEY_COLOR_DIFFUSE, Scaled(p.Rgb("diffuse", {0.8, 0.8, 0.8}), p.Number("diffuseFactor", 1.0)));
-  s.Color(AI_MATKEY_COLOR_AMBIENT, Scaled(p.Rgb("ambient", {0, 0, 0}), p.Number("ambientFactor", 1.0)));
-  s.Color(AI_MATKEY_COLOR_EMISSIVE, Scaled(p.Rgb("emissive", {0, 0, 0}), p.Number("emissiveFactor", 1.0)));
-  s.Color(AI_MATKEY_COLOR_SPECULAR, Scaled(p.Rgb("specular", {0.2, 0.2, 0.2}), 1.0));
-  s.Number(AI_MATKEY_SHININESS_STRENGTH, p.Number("specularFactor", 1.0));
-  s.Number(AI_MATKEY_SHININESS, std::max(p.Number("shininess", 20.0), 1e-3));
-  s.Color(AI_MATKEY_COLOR_REFLECTIVE, Scaled(p.Rgb("reflection", {0, 0, 0}), 1.0));
-  s.Number(AI_MATKEY_REFLECTIVITY, p.Number("reflectionFactor", 1.0));
-  // FBX's own rule for opacity from the transparent colour and its factor.
-  const vex::Color t = p.Rgb("transparentColor", {0, 0, 0});
-  s.Number(AI_MATKEY_OPACITY, std::clamp(1.0 - p.Number("transparencyFactor", 0.0) * (t.r + t.g + t.b) / 3.0, 0.0, 1.0));
-  VEX_TRY(s.Texture("diffuse", aiTextureType_DIFFUSE, true));
-  VEX_TRY(s.Texture("ambient", aiTextureType_AMBIENT, true));
-  VEX_TRY(s.Texture("emissive", aiTextureType_EMISSIVE, true));
-  VEX_TRY(s.Texture("specular", aiTextureType_SPECULAR, true));
-  VEX_TRY(s.Texture("shininess", aiTextureType_SHININESS, false));
-  VEX_TRY(s.Texture("reflection", aiTextureType_REFLECTION, true));
-  VEX_TRY(s.Texture("transparentColor", aiTextureType_OPACITY, false));
-  VEX_TRY(s.Texture("normalMap", aiTextureType_NORMALS, false));
-  for (const char* port : {"diffuseFactor", "ambientFactor", "emissiveFactor", "specularFactor", "transparencyFactor",
-                           "reflectionFactor"})
-    if (p.Texture(port) != nullptr)
-      s.written.warnings.push_back(std::string(port) + ": FBX has no texture for a factor; its constant was written");
+// --- the document ------------------------------------------------------------------------------------
+
+/// Letters, digits, '-' and '_' (others become '_'): texture files are named after materials.
+std::string FileSafe(std::string_view name) {
+  std::string out;
+  for (const char c : name)
+    out.push_back(std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_' ? c : '_');
+  return out.empty() ? std::string("material") : out;
+}
+
+struct Writer {
+  const SceneData& scene;
+  const std::string& directory;
+  const vex::IPortBundles& bundles;
+  bool embed = false;
+  FbxOutput& written;
+
+  Node objects{"Objects", {}, {}};
+  Node connections{"Connections", {}, {}};
+  std::map<std::string, int> counts;  // object type -> count, for Definitions
+  std::int64_t nextId = 1000000;
+  std::set<std::string> textureFiles;
+
+  std::int64_t NewId() { return nextId++; }
+  void Connect(std::int64_t child, std::int64_t parent) { connections.Add("C", {std::string("OO"), child, parent}); }
+  void ConnectProperty(std::int64_t child, std::int64_t parent, const std::string& property) {
+    connections.Add("C", {std::string("OP"), child, parent, property});
+  }
+
+  vex::Result<std::int64_t> AddGeometry(const MeshData& mesh, std::size_t index, const std::vector<int>& slots);
+  vex::Result<std::int64_t> AddMaterial(const MaterialData& material, std::size_t index);
+  vex::Result<std::int64_t> AddTexture(const std::string& materialName, const SurfaceTexture& texture);
+  std::int64_t AddDefaultMaterial();
+  vex::Result<void> AddNodes();
+  std::vector<Node> Document();
+
+  std::int64_t defaultMaterial = 0;
+};
+
+std::string MeshName(const MeshData& mesh, std::size_t index) {
+  return mesh.name.empty() ? "mesh_" + std::to_string(index) : mesh.name;
+}
+
+vex::Result<std::int64_t> Writer::AddGeometry(const MeshData& mesh, std::size_t index, const std::vector<int>& slots) {
+  const std::string name = MeshName(mesh, index);
+  const std::size_t vertices = mesh.VertexCount();
+  if (mesh.positions.size() % 3 != 0 || mesh.indices.size() % 3 != 0)
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "mesh '" + name + "': positions or indices not in threes");
+  for (const auto i : mesh.indices)
+    if (i >= vertices)
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                      "mesh '" + name + "': index " + std::to_string(i) + " out of range (" + std::to_string(vertices) +
+                          " vertices)");
+  const bool hasNormals = mesh.normals.size() == 3 * vertices && vertices > 0;
+  const bool hasUvs = mesh.uvs.size() == 2 * vertices && vertices > 0;
+
+  const std::int64_t id = NewId();
+  Node& g = objects.Add("Geometry", {id, fbx::ObjectName(name, "Geometry"), std::string("Mesh")});
+  g.Add("Properties70");
+  g.Add("GeometryVersion", {std::int32_t{124}});
+  g.Add("Vertices", {std::vector<double>(mesh.positions.begin(), mesh.positions.end())});
+  std::vector<std::int32_t> polygonIndex(mesh.indices.begin(), mesh.indices.end());
+  for (std::size_t k = 2; k < polygonIndex.size(); k += 3) polygonIndex[k] = -polygonIndex[k] - 1;  // polygon ends
+  g.Add("PolygonVertexIndex", {std::move(polygonIndex)});
+
+  std::vector<std::string> layers;
+  if (hasNormals) {
+    std::vector<double> corners;
+    corners.reserve(mesh.indices.size() * 3);
+    for (const auto i : mesh.indices)
+      for (int c = 0; c < 3; ++c) corners.push_back(mesh.normals[3 * i + static_cast<std::uint32_t>(c)]);
+    Node& n = g.Add("LayerElementNormal", {std::int32_t{0}});
+    n.Add("Version", {std::int32_t{101}});
+    n.Add("Name", {std::string()});
+    n.Add("MappingInformationType", {std::string("ByPolygonVertex")});
+    n.Add("ReferenceInformationType", {std::string("Direct")});
+    n.Add("Normals", {std::move(corners)});
+    layers.push_back("LayerElementNormal");
+  }
+  if (hasUvs) {
+    Node& uv = g.Add("LayerElementUV", {std::int32_t{0}});
+    uv.Add("Version", {std::int32_t{101}});
+    uv.Add("Name", {std::string("UVMap")});
+    uv.Add("MappingInformationType", {std::string("ByPolygonVertex")});
+    uv.Add("ReferenceInformationType", {std::string("IndexToDirect")});
+    uv.Add("UV", {std::vector<double>(mesh.uvs.begin(), mesh.uvs.end())});
+    uv.Add("UVIndex", {std::vector<std::int32_t>(mesh.indices.begin(), mesh.indices.end())});
+    layers.push_back("LayerElementUV");
+  }
+  if (!slots.empty()) {
+    // The slot of each triangle: the position of its material among the model's materials.
+    std::vector<std::int32_t> perPolygon(mesh.TriangleCount(), 0);
+    for (const auto& part : mesh.parts) {
+      const auto slot = std::find(slots.begin(), slots.end(), part.material) - slots.begin();
+      for (std::uint32_t t = part.firstTriangle; t < part.firstTriangle + part.triangleCount && t < perPolygon.size(); ++t)
+        perPolygon[t] = static_cast<std::int32_t>(slot);
+    }
+    const bool same = std::all_of(perPolygon.begin(), perPolygon.end(), [&](auto s) { return s == perPolygon.front(); });
+    Node& m = g.Add("LayerElementMaterial", {std::int32_t{0}});
+    m.Add("Version", {std::int32_t{101}});
+    m.Add("Name", {std::string()});
+    m.Add("MappingInformationType", {std::string(same ? "AllSame" : "ByPolygon")});
+    m.Add("ReferenceInformationType", {std::string("IndexToDirect")});
+    if (same) perPolygon.resize(std::min<std::size_t>(perPolygon.size(), 1));
+    m.Add("Materials", {std::move(perPolygon)});
+    layers.push_back("LayerElementMaterial");
+  }
+  Node& layer = g.Add("Layer", {std::int32_t{0}});
+  layer.Add("Version", {std::int32_t{100}});
+  for (const auto& type : layers) {
+    Node& element = layer.Add("LayerElement");
+    element.Add("Type", {type});
+    element.Add("TypedIndex", {std::int32_t{0}});
+  }
+  ++counts["Geometry"];
+  return id;
+}
+
+vex::Result<std::int64_t> Writer::AddTexture(const std::string& materialName, const SurfaceTexture& texture) {
+  std::string file = FileSafe(materialName) + "_" + texture.port + ".png";
+  for (int n = 2; textureFiles.contains(file); ++n)
+    file = FileSafe(materialName) + "_" + texture.port + "_" + std::to_string(n) + ".png";
+  textureFiles.insert(file);
+  ImageWriteOptions imageOptions;
+  imageOptions.srgb = texture.srgb;
+  VEX_TRY(WriteImage((fs::path(directory) / file).string(), *texture.buffer, imageOptions));
+  const std::string label = materialName + "_" + texture.property;
+
+  const std::int64_t videoId = NewId();
+  Node& video = objects.Add("Video", {videoId, fbx::ObjectName(label, "Video"), std::string("Clip")});
+  video.Add("Type", {std::string("Clip")});
+  Node& vprops = video.Add("Properties70");
+  P(vprops, "Path", "KString", "XRefUrl", "", {file});
+  video.Add("UseMipMap", {std::int32_t{0}});
+  video.Add("Filename", {file});
+  video.Add("RelativeFilename", {file});
+  if (embed) {
+    const fs::path path = fs::path(directory) / file;
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path.string() + ": cannot read back the texture to embed it");
+    video.Add("Content", {fbx::Raw{bytes.str()}});
+    in.close();
+    std::error_code ec;
+    fs::remove(path, ec);
+  } else {
+    written.files.push_back(file);
+    written.textures.emplace_back(texture.port, file);
+  }
+  ++counts["Video"];
+
+  const std::int64_t id = NewId();
+  Node& t = objects.Add("Texture", {id, fbx::ObjectName(label, "Texture"), std::string()});
+  t.Add("Type", {std::string("TextureVideoClip")});
+  t.Add("Version", {std::int32_t{202}});
+  t.Add("TextureName", {fbx::ObjectName(label, "Texture")});
+  Node& props = t.Add("Properties70");
+  P(props, "UseMaterial", "bool", "", "", {std::int32_t{1}});
+  t.Add("Media", {fbx::ObjectName(label, "Video")});
+  t.Add("FileName", {file});
+  t.Add("RelativeFilename", {file});
+  t.Add("ModelUVTranslation", {0.0, 0.0});
+  t.Add("ModelUVScaling", {1.0, 1.0});
+  t.Add("Texture_Alpha_Source", {std::string("None")});
+  t.Add("Cropping", {std::int32_t{0}, std::int32_t{0}, std::int32_t{0}, std::int32_t{0}});
+  ++counts["Texture"];
+  Connect(videoId, id);
+  return id;
+}
+
+void WriteSurface(Node& m, const Surface& s) {
+  m.Add("Version", {std::int32_t{102}});
+  m.Add("ShadingModel", {std::string("phong")});
+  m.Add("MultiLayer", {std::int32_t{0}});
+  Node& p = m.Add("Properties70");
+  PString(p, "ShadingModel", "phong");
+  PColor(p, "DiffuseColor", s.diffuse);
+  PNumber(p, "DiffuseFactor", s.diffuseFactor);
+  PColor(p, "AmbientColor", s.ambient);
+  PNumber(p, "AmbientFactor", s.ambientFactor);
+  PColor(p, "EmissiveColor", s.emissive);
+  PNumber(p, "EmissiveFactor", s.emissiveFactor);
+  PColor(p, "SpecularColor", s.specular);
+  PNumber(p, "SpecularFactor", s.specularFactor);
+  PNumber(p, "ShininessExponent", s.shininess);
+  PColor(p, "TransparentColor", s.transparentColor);
+  PNumber(p, "TransparencyFactor", s.transparencyFactor);
+  PColor(p, "ReflectionColor", s.reflection);
+  PNumber(p, "ReflectionFactor", s.reflectionFactor);
+  P(p, "NormalMap", "Vector3D", "Vector", "", {0.0, 0.0, 0.0});
+  PNumber(p, "BumpFactor", s.bumpFactor);
+  // The legacy names, as the readers that prefer them take them: the diffuse, ambient and specular
+  // colours times their factors, the emissive colour alone (those readers apply EmissiveFactor to
+  // it as an intensity).
+  auto times = [](const vex::Color& c, double f) { return vex::Color{c.r * f, c.g * f, c.b * f}; };
+  PVector(p, "Emissive", s.emissive);
+  PVector(p, "Ambient", times(s.ambient, s.ambientFactor));
+  PVector(p, "Diffuse", times(s.diffuse, s.diffuseFactor));
+  PVector(p, "Specular", times(s.specular, s.specularFactor));
+  PDouble(p, "Shininess", s.shininess);
+  PDouble(p, "Opacity", s.opacity);
+  PDouble(p, "Reflectivity", s.reflectionFactor);
+}
+
+vex::Result<std::int64_t> Writer::AddMaterial(const MaterialData& material, std::size_t index) {
+  const std::string name = material.name.empty() ? "material_" + std::to_string(index) : material.name;
+  if (!material.set) return VEX_FAIL(vex::ErrorKind::IllegalArgument, "material '" + name + "': no parameter set");
+  std::vector<std::string> losses;
+  auto made = MakeSurface(*material.set, bundles, losses);
+  if (!made) return VEX_FAIL(made.error().kind, "material '" + name + "': " + made.error().message);
+  const Surface& surface = *made;
+  for (const auto& loss : losses) written.warnings.push_back("material '" + name + "': " + loss);
+  const std::int64_t id = NewId();
+  Node& m = objects.Add("Material", {id, fbx::ObjectName(name, "Material"), std::string()});
+  WriteSurface(m, surface);
+  ++counts["Material"];
+  for (const auto& texture : surface.textures) {
+    VEX_ASSIGN(const auto textureId, AddTexture(name, texture));
+    ConnectProperty(textureId, id, texture.property);
+  }
+  return id;
+}
+
+std::int64_t Writer::AddDefaultMaterial() {
+  if (defaultMaterial != 0) return defaultMaterial;
+  defaultMaterial = NewId();
+  Node& m = objects.Add("Material", {defaultMaterial, fbx::ObjectName("default", "Material"), std::string()});
+  WriteSurface(m, Surface{});
+  ++counts["Material"];
+  return defaultMaterial;
+}
+
+vex::Result<void> Writer::AddNodes() {
+  std::vector<std::int64_t> materialIds;
+  for (std::size_t i = 0; i < scene.materials.size(); ++i) {
+    VEX_ASSIGN(const auto id, AddMaterial(scene.materials[i], i));
+    materialIds.push_back(id);
+  }
+  // The materials each mesh uses, in the order of first use: the model's material slots.
+  std::vector<std::vector<int>> slots(scene.meshes.size());
+  std::vector<std::int64_t> geometryIds;
+  for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
+    const auto& mesh = scene.meshes[i];
+    for (const auto& part : mesh.parts) {
+      if (part.material >= static_cast<int>(scene.materials.size()) || part.material < -1)
+        return VEX_FAIL(vex::ErrorKind::IllegalArgument, "mesh '" + MeshName(mesh, i) + "': material index " +
+                                                             std::to_string(part.material) + " out of range");
+      if (std::find(slots[i].begin(), slots[i].end(), part.material) == slots[i].end()) slots[i].push_back(part.material);
+    }
+    VEX_ASSIGN(const auto id, AddGeometry(mesh, i, slots[i]));
+    geometryIds.push_back(id);
+  }
+  std::vector<std::int64_t> nodeIds;
+  for (std::size_t i = 0; i < scene.nodes.size(); ++i) {
+    const auto& node = scene.nodes[i];
+    const std::string name = node.name.empty() ? "node_" + std::to_string(i) : node.name;
+    if (node.parent >= static_cast<int>(i) || node.parent < -1)
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                      "node '" + name + "': parent " + std::to_string(node.parent) + " does not come before it");
+    if (node.mesh >= static_cast<int>(scene.meshes.size()))
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument, "node '" + name + "': mesh " + std::to_string(node.mesh) + " out of range");
+    if (!node.local.IsFinite())
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument, "node '" + name + "': transform is not finite");
+    const Decomposed d = Decompose(node.local);
+    if (!d.exact)
+      written.warnings.push_back("node '" + name + "': a shear in its transform cannot be carried by FBX; dropped");
+    const std::int64_t id = NewId();
+    nodeIds.push_back(id);
+    Node& model = objects.Add("Model", {id, fbx::ObjectName(name, "Model"), std::string(node.mesh >= 0 ? "Mesh" : "Null")});
+    model.Add("Version", {std::int32_t{232}});
+    Node& p = model.Add("Properties70");
+    PLcl(p, "Lcl Translation", d.translation);
+    PLcl(p, "Lcl Rotation", d.rotation);
+    PLcl(p, "Lcl Scaling", d.scaling);
+    PInt(p, "DefaultAttributeIndex", 0);
+    PEnum(p, "InheritType", 1);
+    model.Add("Shading", {true});
+    model.Add("Culling", {std::string("CullingOff")});
+    ++counts["Model"];
+    Connect(id, node.parent >= 0 ? nodeIds[static_cast<std::size_t>(node.parent)] : 0);
+    if (node.mesh >= 0) {
+      const auto mesh = static_cast<std::size_t>(node.mesh);
+      Connect(geometryIds[mesh], id);
+      for (const int slot : slots[mesh])
+        Connect(slot >= 0 ? materialIds[static_cast<std::size_t>(slot)] : AddDefaultMaterial(), id);
+    }
+  }
   return {};
 }
 
-vex::Result<void> FromObj(Surface& s) {
-  const PortReader& p = s.material;
-  const vex::Color white{1, 1, 1};
-  auto colour = [&](std::string_view port, vex::Color fallback) {
-    // A textured colour is the texture alone, as in the MTL file.
-    return p.Texture(port) != nullptr ? white : p.Rgb(port, fallback);
-  };
-  s.Color(AI_MATKEY_COLOR_DIFFUSE, Scaled(colour("diffuse_color", {0.8, 0.8, 0.8}), 1.0));
-  s.Color(AI_MATKEY_COLOR_SPECULAR, Scaled(colour("specular_color", {0, 0, 0}), 1.0));
-  s.Color(AI_MATKEY_COLOR_EMISSIVE, Scaled(colour("emissive_color", {0, 0, 0}), 1.0));
-  s.Number(AI_MATKEY_SHININESS_STRENGTH, 1.0);
-  s.Number(AI_MATKEY_SHININESS, PhongExponent(p.Number("roughness", 0.5)));
-  s.Number(AI_MATKEY_OPACITY, p.Texture("opacity") != nullptr ? 1.0 : std::clamp(p.Number("opacity", 1.0), 0.0, 1.0));
-  VEX_TRY(s.Texture("diffuse_color", aiTextureType_DIFFUSE, true));
-  VEX_TRY(s.Texture("specular_color", aiTextureType_SPECULAR, true));
-  VEX_TRY(s.Texture("emissive_color", aiTextureType_EMISSIVE, true));
-  VEX_TRY(s.Texture("opacity", aiTextureType_OPACITY, false));
-  VEX_TRY(s.Texture("normal_map", aiTextureType_NORMALS, false));
-  if (p.Number("metallic", 0.0) != 0.0 || p.Texture("metallic") != nullptr)
-    s.written.warnings.push_back("metallic: an FBX Phong surface has no metalness; left out");
-  if (p.Texture("roughness") != nullptr)
-    s.written.warnings.push_back("roughness: a roughness texture has no place on an FBX Phong surface; left out");
-  return {};
+Node PropertyTemplate(const std::string& type, const std::string& templateName, std::int32_t count,
+                      void (*fill)(Node&)) {
+  Node object{"ObjectType", {type}, {}};
+  object.Add("Count", {count});
+  if (fill != nullptr) {
+    Node& t = object.Add("PropertyTemplate", {templateName});
+    fill(t.Add("Properties70"));
+  }
+  return object;
+}
+
+std::vector<Node> Writer::Document() {
+  std::vector<Node> top;
+  Node& header = top.emplace_back(Node{"FBXHeaderExtension", {}, {}});
+  header.Add("FBXHeaderVersion", {std::int32_t{1003}});
+  header.Add("FBXVersion", {static_cast<std::int32_t>(fbx::kVersion)});
+  header.Add("EncryptionType", {std::int32_t{0}});
+  Node& stamp = header.Add("CreationTimeStamp");
+  stamp.Add("Version", {std::int32_t{1000}});
+  for (const auto& [field, value] : std::initializer_list<std::pair<const char*, std::int32_t>>{
+           {"Year", 2000}, {"Month", 1}, {"Day", 1}, {"Hour", 0}, {"Minute", 0}, {"Second", 0}, {"Millisecond", 0}})
+    stamp.Add(field, {value});
+  header.Add("Creator", {std::string("vexinterop")});
+
+  top.push_back(Node{"FileId", {fbx::Raw{std::string("vexinterop-fbx-1", 16)}}, {}});
+  top.push_back(Node{"CreationTime", {std::string("2000-01-01 00:00:00:000")}, {}});
+  top.push_back(Node{"Creator", {std::string("vexinterop")}, {}});
+
+  Node& global = top.emplace_back(Node{"GlobalSettings", {}, {}});
+  global.Add("Version", {std::int32_t{1000}});
+  Node& g = global.Add("Properties70");
+  const bool zUp = scene.upAxis == 'Z';
+  PInt(g, "UpAxis", zUp ? 2 : 1);
+  PInt(g, "UpAxisSign", 1);
+  PInt(g, "FrontAxis", zUp ? 1 : 2);
+  PInt(g, "FrontAxisSign", zUp ? -1 : 1);
+  PInt(g, "CoordAxis", 0);
+  PInt(g, "CoordAxisSign", 1);
+  PInt(g, "OriginalUpAxis", zUp ? 2 : 1);
+  PInt(g, "OriginalUpAxisSign", 1);
+  // FBX counts its unit in centimetres.
+  PDouble(g, "UnitScaleFactor", scene.metersPerUnit * 100.0);
+  PDouble(g, "OriginalUnitScaleFactor", scene.metersPerUnit * 100.0);
+  P(g, "AmbientColor", "ColorRGB", "Color", "", {0.0, 0.0, 0.0});
+  PString(g, "DefaultCamera", "Producer Perspective");
+  PEnum(g, "TimeMode", 11);
+  P(g, "TimeSpanStart", "KTime", "Time", "", {std::int64_t{0}});
+  P(g, "TimeSpanStop", "KTime", "Time", "", {std::int64_t{46186158000}});
+  PDouble(g, "CustomFrameRate", -1.0);
+
+  const std::int64_t documentId = NewId();
+  Node& documents = top.emplace_back(Node{"Documents", {}, {}});
+  documents.Add("Count", {std::int32_t{1}});
+  Node& document = documents.Add("Document", {documentId, std::string(scene.name), std::string("Scene")});
+  Node& dp = document.Add("Properties70");
+  P(dp, "SourceObject", "object", "", "", {});
+  PString(dp, "ActiveAnimStackName", "");
+  document.Add("RootNode", {std::int64_t{0}});
+
+  top.push_back(Node{"References", {}, {}});
+
+  Node& definitions = top.emplace_back(Node{"Definitions", {}, {}});
+  definitions.Add("Version", {std::int32_t{100}});
+  std::int32_t total = 1;
+  for (const auto& [type, count] : counts) total += count;
+  definitions.Add("Count", {total});
+  definitions.children.push_back(PropertyTemplate("GlobalSettings", "", 1, nullptr));
+  auto count = [&](const char* type) { return counts.contains(type) ? counts.at(type) : 0; };
+  if (count("Model") > 0)
+    definitions.children.push_back(PropertyTemplate("Model", "FbxNode", count("Model"), [](Node& p) {
+      PLcl(p, "Lcl Translation", {0, 0, 0});
+      PLcl(p, "Lcl Rotation", {0, 0, 0});
+      PLcl(p, "Lcl Scaling", {1, 1, 1});
+      PEnum(p, "RotationOrder", 0);
+      PEnum(p, "InheritType", 0);
+    }));
+  if (count("Geometry") > 0)
+    definitions.children.push_back(PropertyTemplate("Geometry", "FbxMesh", count("Geometry"), [](Node& p) {
+      P(p, "Color", "ColorRGB", "Color", "", {0.8, 0.8, 0.8});
+    }));
+  if (count("Material") > 0)
+    definitions.children.push_back(PropertyTemplate("Material", "FbxSurfacePhong", count("Material"), [](Node& p) {
+      PString(p, "ShadingModel", "Phong");
+      PInt(p, "MultiLayer", 0);
+    }));
+  if (count("Texture") > 0)
+    definitions.children.push_back(PropertyTemplate("Texture", "FbxFileTexture", count("Texture"), [](Node& p) {
+      PEnum(p, "TextureTypeUse", 0);
+      PEnum(p, "WrapModeU", 0);
+      PEnum(p, "WrapModeV", 0);
+    }));
+  if (count("Video") > 0)
+    definitions.children.push_back(PropertyTemplate("Video", "FbxVideo", count("Video"), [](Node& p) {
+      PString(p, "Path", "");
+    }));
+
+  top.push_back(std::move(objects));
+  top.push_back(std::move(connections));
+  Node& takes = top.emplace_back(Node{"Takes", {}, {}});
+  takes.Add("Current", {std::string()});
+  return top;
 }
 
 }  // namespace
 
-vex::Result<WrittenMaterial> WriteFbx(const PortReader& material, const std::string& name,
-                                      const std::string& directory, bool binary) {
-  WrittenMaterial written;
-  written.files.push_back(name + ".fbx");
-  auto scene = std::make_unique<aiScene>();
-  scene->mRootNode = new aiNode();
-  scene->mRootNode->mName = aiString("root");
-  auto* node = new aiNode();
-  node->mName = aiString(name);
-  node->mParent = scene->mRootNode;
-  node->mNumMeshes = 1;
-  node->mMeshes = new unsigned[1]{0};
-  scene->mRootNode->mNumChildren = 1;
-  scene->mRootNode->mChildren = new aiNode*[1]{node};
-  scene->mNumMeshes = 1;
-  scene->mMeshes = new aiMesh*[1]{MakeMesh(MakeUvSphere(), name)};
-  auto* m = new aiMaterial();
-  scene->mNumMaterials = 1;
-  scene->mMaterials = new aiMaterial*[1]{m};
-  const aiString materialName(name);
-  m->AddProperty(&materialName, AI_MATKEY_NAME);
-
-  Surface surface{*m, material, name, directory, written};
-  if (material.Set().GetBundle() == vex::bundle::kFbxPhong) VEX_TRY(FromFbxPhong(surface));
-  else VEX_TRY(FromObj(surface));
-
-  const std::string path = directory + "/" + name + ".fbx";
-  std::lock_guard lock(AssimpMutex());
-  Assimp::Exporter exporter;
-  if (exporter.Export(scene.get(), binary ? "fbx" : "fbxa", path) != aiReturn_SUCCESS)
-    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + exporter.GetErrorString());
+vex::Result<FbxOutput> WriteFbxFile(const SceneData& scene, const std::string& directory, const std::string& stem,
+                                    const vex::IPortBundles& bundles, bool ascii, bool embed) {
+  FbxOutput written;
+  const std::string file = stem + ".fbx";
+  written.files.push_back(file);
+  Writer writer{scene, directory, bundles, embed, written};
+  VEX_TRY(writer.AddNodes());
+  if (!scene.lights.empty() || !scene.cameras.empty())
+    written.warnings.push_back(std::to_string(scene.lights.size()) + " light(s) and " +
+                               std::to_string(scene.cameras.size()) + " camera(s) are not written to FBX yet; left out");
+  const auto tree = writer.Document();
+  const std::string bytes = ascii ? fbx::EncodeAscii(tree) : fbx::EncodeBinary(tree);
+  const fs::path path = fs::path(directory) / file;
+  std::ofstream out(path, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  out.close();
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path.string() + ": cannot write");
   return written;
+}
+
+vex::Result<WrittenFiles> WriteFbx(const SceneData& scene, const std::string& directory, const std::string& stem,
+                                   const vex::IPortBundles& bundles, const WriteOptions& options) {
+  VEX_ASSIGN(auto output, WriteFbxFile(scene, directory, stem, bundles, options.fbxAscii, options.embedTextures));
+  return WrittenFiles{std::move(output.files), std::move(output.warnings)};
 }
 
 }  // namespace host::formats::detail

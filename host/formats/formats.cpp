@@ -76,7 +76,7 @@ vex::Result<WrittenMaterial> WriteMaterial(Format format, const vex::ParameterSe
     case Format::Gltf: return detail::WriteGltf(reader, safe, directory, options);
     case Format::Usd: return detail::WriteUsd(reader, safe, directory);
     case Format::Obj: return detail::WriteObj(reader, safe, directory);
-    case Format::Fbx: return detail::WriteFbx(reader, safe, directory, options.fbxBinary);
+    case Format::Fbx: return detail::WriteFbx(reader, safe, directory, bundles, options.fbxAscii);
   }
   return VEX_FAIL(vex::ErrorKind::IllegalArgument, "unknown format");
 }

@@ -34,9 +34,8 @@ struct WriteOptions {
   /// glTF: write KHR_materials_emissive_strength when the emission exceeds 1 (otherwise the
   /// emissive factor is clamped to 1, as the mapping clamps it).
   bool emissiveStrength = false;
-  /// FBX: binary FBX instead of the ASCII form. The binary form is what some tools require; the
-  /// ASCII form is the one Debian's Assimp (the project's FBX reader) reads back.
-  bool fbxBinary = false;
+  /// FBX: the ASCII form instead of binary FBX 7.4.
+  bool fbxAscii = false;
 };
 
 /// What a writer produced: the files (relative to the output directory, the main file first) and

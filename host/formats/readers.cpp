@@ -17,7 +17,7 @@ vex::Result<std::vector<ImportedMaterial>> ReadMaterials(const std::string& path
   if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no such file");
   if (suffix == ".gltf" || suffix == ".glb") return detail::ReadGltfMaterials(path, bundles);
   if (suffix == ".obj") return detail::ReadAssimpMaterials(path, true, bundles);
-  if (suffix == ".fbx") return detail::ReadAssimpMaterials(path, false, bundles);
+  if (suffix == ".fbx") return detail::ReadFbxMaterials(path, bundles);
   return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                   path + ": unknown file type (expected .gltf, .glb, .obj or .fbx)");
 }

@@ -28,6 +28,8 @@ vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& 
 /// OBJ and FBX.
 vex::Result<std::vector<ImportedMaterial>> ReadAssimpMaterials(const std::string& path, bool obj,
                                                                const vex::IPortBundles& bundles);
+/// FBX materials through the FBX unit's scene reader.
+vex::Result<std::vector<ImportedMaterial>> ReadFbxMaterials(const std::string& path, const vex::IPortBundles& bundles);
 /// Reads an image for a port of `bundle` (colour ports are linearised); the message names the
 /// material file and the image.
 vex::Result<vex::TextureBuffer> ReadPortTexture(const std::string& materialFile, const std::string& imagePath,

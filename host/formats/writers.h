@@ -15,7 +15,7 @@ vex::Result<WrittenMaterial> WriteUsd(const PortReader& material, const std::str
 vex::Result<WrittenMaterial> WriteObj(const PortReader& material, const std::string& name,
                                       const std::string& directory);
 vex::Result<WrittenMaterial> WriteFbx(const PortReader& material, const std::string& name,
-                                      const std::string& directory, bool binary);
+                                      const std::string& directory, const vex::IPortBundles& bundles, bool ascii);
 
 /// Writes `text` to "<directory>/<file>"; FileIO naming the file on failure.
 vex::Result<void> WriteText(const std::string& directory, const std::string& file, const std::string& text);

@@ -34,6 +34,7 @@ function describe(m) {
   for (const slot of slots) if (m[slot]) maps[slot] = m[slot].userData.file ?? m[slot].name;
   return {
     name: m.name, type: m.type, color: colour(m.color), emissive: colour(m.emissive),
+    emissiveIntensity: m.emissiveIntensity ?? null,
     specular: colour(m.specular), opacity: m.opacity, transparent: m.transparent,
     shininess: m.shininess ?? null, maps,
   };

@@ -1,0 +1,364 @@
+// FBX files (binary or ASCII, ours or other tools') through Assimp into the interchange scene.
+// Materials become sets of the generic diffuse/specular model: colours as Assimp reports them
+// (the colour times its factor), the shininess exponent as a roughness, opacity as a grey colour,
+// and every texture loaded at the file's resolution. What the generic model has no port for is
+// named in one warning line per material; a texture that cannot be read is a warning too, and its
+// port keeps its constant.
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <random>
+#include <set>
+
+#include <assimp/Importer.hpp>
+#include <assimp/config.h>
+#include <assimp/material.h>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include "host/formats/assimp_lock.h"
+#include "host/formats/fbx_io.h"
+#include "host/formats/fbx_surface.h"
+#include "host/formats/readers.h"
+#include "host/images.h"
+#include "vex/ports.h"
+
+namespace fs = std::filesystem;
+
+namespace host::formats::detail {
+namespace {
+
+namespace port = vex::ports::generic;
+
+// Properties the surface reading below consumes, or that only repeat another one under an older
+// name; any other property of the file's material is named as not carried.
+const std::set<std::string, std::less<>> kKnownRaw = {
+    "ShadingModel", "MultiLayer", "Diffuse", "Ambient", "Emissive", "Specular", "Shininess", "Opacity",
+    "Reflectivity", "NormalMap", "BumpFactor", "TransparentColor", "TransparencyFactor", "DiffuseFactor",
+    "DiffuseColor", "EmissiveColor", "EmissiveFactor", "SpecularColor", "SpecularFactor", "ShininessExponent",
+    "ReflectionColor", "ReflectionFactor", "AmbientColor", "AmbientFactor", "Bump", "UseMaterial"};
+
+// Texture properties read above (or named by their own loss line).
+const std::set<std::string, std::less<>> kTextureProperties = {
+    "DiffuseColor", "EmissiveColor", "SpecularColor", "TransparentColor", "ShininessExponent",
+    "ReflectionFactor", "NormalMap", "Bump", "AmbientColor"};
+
+struct MaterialReader {
+  const std::string& path;
+  const aiScene& scene;
+  const aiMaterial& m;
+  const vex::IPortBundles& bundles;
+  const ReadOptions& options;
+  vex::ParameterSet& set;
+  std::vector<std::string>& losses;
+
+  std::optional<aiColor3D> Color(const char* key, unsigned type, unsigned index) const {
+    aiColor3D c;
+    if (m.Get(key, type, index, c) != aiReturn_SUCCESS) return std::nullopt;
+    return c;
+  }
+  std::optional<double> Number(const char* key, unsigned type, unsigned index) const {
+    ai_real f = 0;
+    if (m.Get(key, type, index, f) != aiReturn_SUCCESS) return std::nullopt;
+    return static_cast<double>(f);
+  }
+
+  /// The texture of `type` on `target`, whose constant must be set by then. A texture that cannot
+  /// be found or decoded is a loss, not a failure.
+  void Texture(aiTextureType type, std::string_view target, const char* what) {
+    aiString file;
+    if (m.GetTextureCount(type) == 0 || m.GetTexture(type, 0, &file) != aiReturn_SUCCESS) return;
+    Load(file, target, what);
+  }
+  /// A texture on a property that Assimp gives no texture type of its own (it keeps every
+  /// connected texture's file under "$raw.<property>|file").
+  bool RawTexture(const std::string& property, std::string_view target) {
+    aiString file;
+    if (m.Get(("$raw." + property + "|file").c_str(), aiTextureType_UNKNOWN, 0, file) != aiReturn_SUCCESS) return false;
+    Load(file, target, property.c_str());
+    return true;
+  }
+  void Load(const aiString& file, std::string_view target, const char* what) {
+    std::string texturePath;
+    fs::path scratch;
+    std::error_code ec;
+    if (const aiTexture* embedded = scene.GetEmbeddedTexture(file.C_Str())) {
+      if (embedded->mHeight != 0) {
+        losses.push_back(std::string(what) + " texture: uncompressed embedded image not read");
+        return;
+      }
+      std::random_device random;
+      scratch = fs::temp_directory_path() /
+                ("vexinterop-fbx-" + std::to_string(random()) + "." + std::string(embedded->achFormatHint));
+      std::ofstream stream(scratch, std::ios::binary);
+      stream.write(reinterpret_cast<const char*>(embedded->pcData), static_cast<std::streamsize>(embedded->mWidth));
+      texturePath = scratch.string();
+    } else {
+      std::string name = file.C_Str();
+      std::replace(name.begin(), name.end(), '\\', '/');
+      const fs::path named(name);
+      texturePath = (named.is_absolute() ? named : fs::path(path).parent_path() / named).string();
+      // Files moved with their textures: an absolute path that no longer exists is looked for
+      // beside the FBX file.
+      if (!fs::exists(texturePath, ec) && named.has_filename())
+        texturePath = (fs::path(path).parent_path() / named.filename()).string();
+    }
+    auto texture = ReadPortTexture(path, texturePath, bundles, port::kId, target);
+    if (!scratch.empty()) fs::remove(scratch, ec);
+    if (!texture) {
+      losses.push_back(std::string(what) + " texture " + file.C_Str() + " cannot be read (" +
+                       (fs::exists(texturePath, ec) ? "not a readable image" : "no such file") +
+                       "), so its constant is used");
+      return;
+    }
+    if (options.textureSize > 0) {
+      const auto w = texture->_dimensions.width, h = texture->_dimensions.height;
+      const double longer = static_cast<double>(std::max(w, h));
+      if (longer > options.textureSize) {
+        const double scale = options.textureSize / longer;
+        auto resized = ResizeImage(*texture, std::max<std::int64_t>(1, std::llround(static_cast<double>(w) * scale)),
+                                   std::max<std::int64_t>(1, std::llround(static_cast<double>(h) * scale)));
+        if (resized) {
+          resized->colorSpace = texture->colorSpace;
+          *texture = std::move(*resized);
+        }
+      }
+    }
+    vex::Parameter* entry = set.Find(target);
+    if (entry == nullptr) {
+      set.SetConstant(target, vex::Color{1, 1, 1});
+      entry = set.Find(target);
+    }
+    entry->texture = std::move(*texture);
+  }
+
+  void Read() {
+    const auto diffuse = Color(AI_MATKEY_COLOR_DIFFUSE);
+    set.SetConstant(port::diffuseColor, diffuse ? vex::Color{diffuse->r, diffuse->g, diffuse->b} : vex::Color{0.8, 0.8, 0.8});
+    Texture(aiTextureType_DIFFUSE, port::diffuseColor, "DiffuseColor");
+
+    const auto emissive = Color(AI_MATKEY_COLOR_EMISSIVE).value_or(aiColor3D(0, 0, 0));
+    set.SetConstant(port::emissiveColor, vex::Color{emissive.r, emissive.g, emissive.b});
+    set.SetConstant(port::emissiveFactor, 1.0);
+    Texture(aiTextureType_EMISSIVE, port::emissiveColor, "EmissiveColor");
+
+    const auto specular = Color(AI_MATKEY_COLOR_SPECULAR).value_or(aiColor3D(0, 0, 0));
+    set.SetConstant(port::specularColor, vex::Color{specular.r, specular.g, specular.b});
+    set.SetConstant(port::specularFactor, Number(AI_MATKEY_SHININESS_STRENGTH).value_or(1.0));
+    Texture(aiTextureType_SPECULAR, port::specularColor, "SpecularColor");
+
+    const double opacity = std::clamp(Number(AI_MATKEY_OPACITY).value_or(1.0), 0.0, 1.0);
+    set.SetConstant(port::opacityColor, vex::Color{opacity, opacity, opacity});
+    Texture(aiTextureType_OPACITY, port::opacityColor, "TransparentColor");
+
+    if (const auto exponent = Number(AI_MATKEY_SHININESS))
+      set.SetConstant(port::shininess, RoughnessFromShininess(*exponent));
+    Texture(aiTextureType_SHININESS, port::shininess, "ShininessExponent");
+
+    // A reflection only counts with a colour: the factor alone is the exporters' default.
+    const auto reflective = Color(AI_MATKEY_COLOR_REFLECTIVE).value_or(aiColor3D(0, 0, 0));
+    const double reflectivity = Number(AI_MATKEY_REFLECTIVITY).value_or(0.0);
+    const bool reflects = reflective.r > 0 || reflective.g > 0 || reflective.b > 0;
+    if (reflectivity > 0.0 && reflects) set.SetConstant(port::reflectionFactor, reflectivity);
+    aiString unused;
+    if (m.Get("$raw.ReflectionFactor|file", aiTextureType_UNKNOWN, 0, unused) == aiReturn_SUCCESS) {
+      if (!set.Has(port::reflectionFactor)) set.SetConstant(port::reflectionFactor, 1.0);
+      RawTexture("ReflectionFactor", port::reflectionFactor);
+    }
+    if (reflectivity > 0.0 && reflects && reflective != specular)
+      losses.push_back("ReflectionColor: the generic model reflects the specular colour; the reflection's own colour is left out");
+
+    if (m.GetTextureCount(aiTextureType_NORMALS) > 0 || m.GetTextureCount(aiTextureType_HEIGHT) > 0) {
+      const double strength = Number(AI_MATKEY_BUMPSCALING).value_or(1.0);
+      std::array<char, 32> text{};
+      const auto end = std::to_chars(text.data(), text.data() + text.size(), strength).ptr;
+      losses.push_back("NormalMap (strength " + std::string(text.data(), end) +
+                       "): the generic model has no normal port; left out");
+    }
+    const auto ambient = Color(AI_MATKEY_COLOR_AMBIENT).value_or(aiColor3D(0, 0, 0));
+    if (ambient.r > 0 || ambient.g > 0 || ambient.b > 0 || m.GetTextureCount(aiTextureType_AMBIENT) > 0)
+      losses.push_back("AmbientColor: the generic model has no ambient colour; left out");
+    for (const auto type : {aiTextureType_DISPLACEMENT, aiTextureType_LIGHTMAP, aiTextureType_UNKNOWN})
+      if (m.GetTextureCount(type) > 0)
+        losses.push_back(std::string(aiTextureTypeToString(type)) + " texture: no port in the generic model; left out");
+    // Properties that Assimp hands over unread (the file's own extensions and any name it does
+    // not interpret), and textures on properties that have no texture port here.
+    std::vector<std::string> unread;
+    for (unsigned i = 0; i < m.mNumProperties; ++i) {
+      const std::string key = m.mProperties[i]->mKey.C_Str();
+      if (key.rfind("$raw.", 0) != 0) continue;
+      std::string name = key.substr(5);
+      const auto bar = name.find('|');
+      if (bar != std::string::npos) {
+        if (name.compare(bar, std::string::npos, "|file") != 0) continue;  // a texture's own settings
+        name = name.substr(0, bar);
+        if (kTextureProperties.contains(name)) continue;
+        name += " texture";
+      } else if (kKnownRaw.contains(name)) {
+        continue;
+      }
+      if (std::find(unread.begin(), unread.end(), name) == unread.end()) unread.push_back(name);
+    }
+    if (!unread.empty()) {
+      std::string list;
+      for (const auto& name : unread) list += (list.empty() ? "" : ", ") + name;
+      losses.push_back("not carried: " + list);
+    }
+  }
+};
+
+Matrix4 FromAssimp(const aiMatrix4x4& t) {
+  Matrix4 out;
+  const ai_real* rows[4] = {t[0], t[1], t[2], t[3]};
+  for (int row = 0; row < 4; ++row)
+    for (int col = 0; col < 4; ++col) out.m[static_cast<std::size_t>(col * 4 + row)] = rows[row][col];
+  return out;
+}
+
+/// One mesh made of the Assimp meshes a node holds (Assimp splits an FBX geometry by material).
+MeshData MergeMeshes(const aiScene& scene, const aiNode& node, const std::vector<int>& materialIndex) {
+  MeshData out;
+  out.name = node.mName.C_Str();
+  bool normals = true, uvs = true;
+  for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+    const aiMesh& m = *scene.mMeshes[node.mMeshes[k]];
+    normals = normals && m.HasNormals();
+    uvs = uvs && m.HasTextureCoords(0);
+  }
+  for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+    const aiMesh& m = *scene.mMeshes[node.mMeshes[k]];
+    if (k == 0 && node.mNumMeshes == 1 && m.mName.length > 0) out.name = m.mName.C_Str();
+    const auto base = static_cast<std::uint32_t>(out.VertexCount());
+    for (unsigned v = 0; v < m.mNumVertices; ++v) {
+      out.positions.insert(out.positions.end(), {m.mVertices[v].x, m.mVertices[v].y, m.mVertices[v].z});
+      if (normals) out.normals.insert(out.normals.end(), {m.mNormals[v].x, m.mNormals[v].y, m.mNormals[v].z});
+      if (uvs) out.uvs.insert(out.uvs.end(), {m.mTextureCoords[0][v].x, m.mTextureCoords[0][v].y});
+    }
+    MeshData::Part part;
+    part.firstTriangle = static_cast<std::uint32_t>(out.TriangleCount());
+    for (unsigned f = 0; f < m.mNumFaces; ++f) {
+      const aiFace& face = m.mFaces[f];
+      if (face.mNumIndices != 3) continue;  // points and lines
+      for (unsigned c = 0; c < 3; ++c) out.indices.push_back(base + face.mIndices[c]);
+    }
+    part.triangleCount = static_cast<std::uint32_t>(out.TriangleCount()) - part.firstTriangle;
+    part.material = m.mMaterialIndex < materialIndex.size() ? materialIndex[m.mMaterialIndex] : -1;
+    if (!out.parts.empty() && out.parts.back().material == part.material)
+      out.parts.back().triangleCount += part.triangleCount;
+    else if (part.triangleCount > 0)
+      out.parts.push_back(part);
+  }
+  return out;
+}
+
+double MetaNumber(const aiMetadata* meta, const char* key, double fallback) {
+  if (meta == nullptr) return fallback;
+  double d = 0;
+  if (meta->Get(key, d)) return d;
+  float f = 0;
+  if (meta->Get(key, f)) return f;
+  std::int32_t i = 0;
+  if (meta->Get(key, i)) return i;
+  return fallback;
+}
+
+}  // namespace
+
+vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options) {
+  std::error_code ec;
+  if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no such file");
+  std::lock_guard lock(AssimpMutex());
+  Assimp::Importer importer;
+  importer.SetPropertyBool(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, false);
+  const aiScene* scene =
+      importer.ReadFile(path, aiProcess_Triangulate | aiProcess_JoinIdenticalVertices | aiProcess_ValidateDataStructure);
+  if (scene == nullptr)
+    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a readable FBX file: " + importer.GetErrorString());
+
+  SceneData out;
+  out.name = fs::path(path).stem().string();
+  out.metersPerUnit = MetaNumber(scene->mMetaData, "UnitScaleFactor", 100.0) / 100.0;
+  out.upAxis = static_cast<int>(MetaNumber(scene->mMetaData, "UpAxis", 1)) == 2 ? 'Z' : 'Y';
+
+  // Materials, without the one Assimp adds for meshes that have none.
+  std::vector<int> materialIndex(scene->mNumMaterials, -1);
+  for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
+    const aiMaterial& m = *scene->mMaterials[i];
+    aiString name;
+    std::string materialName =
+        m.Get(AI_MATKEY_NAME, name) == aiReturn_SUCCESS && name.length > 0 ? name.C_Str() : "material_" + std::to_string(i);
+    if (materialName == AI_DEFAULT_MATERIAL_NAME) continue;
+    vex::ParameterSet set;
+    VEX_TRY(set.Tag(vex::Id(port::kId)));
+    std::vector<std::string> losses;
+    MaterialReader reader{path, *scene, m, bundles, options, set, losses};
+    reader.Read();
+    if (!losses.empty()) {
+      std::string line = "material '" + materialName + "': ";
+      for (std::size_t k = 0; k < losses.size(); ++k) line += (k > 0 ? "; " : "") + losses[k];
+      out.warnings.push_back(std::move(line));
+    }
+    materialIndex[i] = static_cast<int>(out.materials.size());
+    out.materials.push_back({std::move(materialName), std::make_shared<const vex::ParameterSet>(std::move(set))});
+  }
+
+  // Nodes, parents first; Assimp's own root (identity, no meshes) is left out.
+  struct Pending {
+    const aiNode* node;
+    int parent;
+  };
+  std::vector<Pending> queue;
+  const aiNode* root = scene->mRootNode;
+  if (root != nullptr) {
+    if (root->mNumMeshes == 0 && root->mTransformation.IsIdentity())
+      for (unsigned c = 0; c < root->mNumChildren; ++c) queue.push_back({root->mChildren[c], -1});
+    else
+      queue.push_back({root, -1});
+  }
+  std::map<std::vector<unsigned>, int> meshOf;
+  for (std::size_t q = 0; q < queue.size(); ++q) {
+    const auto [node, parent] = queue[q];
+    NodeData data;
+    data.name = node->mName.C_Str();
+    data.parent = parent;
+    data.local = FromAssimp(node->mTransformation);
+    if (node->mNumMeshes > 0) {
+      std::vector<unsigned> key(node->mMeshes, node->mMeshes + node->mNumMeshes);
+      auto found = meshOf.find(key);
+      if (found == meshOf.end()) {
+        found = meshOf.emplace(key, static_cast<int>(out.meshes.size())).first;
+        out.meshes.push_back(MergeMeshes(*scene, *node, materialIndex));
+      }
+      data.mesh = found->second;
+    }
+    const int self = static_cast<int>(out.nodes.size());
+    out.nodes.push_back(std::move(data));
+    for (unsigned c = 0; c < node->mNumChildren; ++c) queue.push_back({node->mChildren[c], self});
+  }
+  if (scene->mNumLights > 0 || scene->mNumCameras > 0)
+    out.warnings.push_back(std::to_string(scene->mNumLights) + " light(s) and " + std::to_string(scene->mNumCameras) +
+                           " camera(s) in the file are not read yet; left out");
+  return out;
+}
+
+vex::Result<std::vector<ImportedMaterial>> ReadFbxMaterials(const std::string& path, const vex::IPortBundles& bundles) {
+  VEX_ASSIGN(SceneData scene, ReadFbx(path, bundles, {}));
+  std::vector<ImportedMaterial> out;
+  for (auto& material : scene.materials) {
+    ImportedMaterial imported;
+    imported.name = material.name;
+    imported.set = *material.set;
+    const std::string prefix = "material '" + material.name + "': ";
+    for (const auto& line : scene.warnings)
+      if (line.rfind(prefix, 0) == 0) imported.warnings.push_back(line.substr(prefix.size()));
+    out.push_back(std::move(imported));
+  }
+  return out;
+}
+
+}  // namespace host::formats::detail
