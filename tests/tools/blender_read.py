@@ -22,12 +22,15 @@ import math
 import os
 import sys
 import traceback
+import warnings
 
 import numpy
 
 # Debian's numpy no longer has the alias the glTF add-on of this Blender version uses.
-if not hasattr(numpy, "bool"):
-    numpy.bool = bool
+with warnings.catch_warnings():
+    warnings.simplefilter("ignore")
+    if not hasattr(numpy, "bool"):
+        numpy.bool = bool
 
 import bpy  # noqa: E402
 
