@@ -195,7 +195,8 @@ def poles(obj, images):
         for input_name, image in images.items():
             sample = pixel_at(image, u, v)
             if sample is not None:
-                end["samples"][input_name] = dict(sample, image=os.path.basename(bpy.path.abspath(image.filepath)))
+                file = os.path.basename(bpy.path.abspath(image.filepath)) if image.filepath else image.name
+                end["samples"][input_name] = dict(sample, image=file)
         result[name] = end
     return result
 

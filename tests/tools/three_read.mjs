@@ -53,6 +53,8 @@ const imageHandler = {
 };
 manager.addHandler(/\.(png|jpe?g|tga|exr|webp|ktx2?)$/i, imageHandler);
 manager.addHandler(/^(data:image|blob:)/i, imageHandler);
+// Images without a URI of their own (inside a GLB) go to the texture loader directly.
+THREE.TextureLoader.prototype.load = function load(url, onLoad) { return imageHandler.load(url, onLoad); };
 
 const slots = ['map', 'normalMap', 'emissiveMap', 'metalnessMap', 'roughnessMap', 'aoMap', 'alphaMap',
   'specularMap', 'bumpMap', 'lightMap', 'displacementMap'];
