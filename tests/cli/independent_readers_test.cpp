@@ -423,8 +423,8 @@ void ExpectBlenderMaterial(const Json& report, const std::string& name, const Im
   if (implied.ior) { EXPECT_TRUE(Near(in["IOR"]["value"], *implied.ior, where + " IOR")); }
   // Every linked image is a file beside the written one, or carried inside it.
   for (const auto& [input, entry] : in.items())
-    if (entry.contains("image") && !entry.value("packed", false) && entry["link"].contains("path")) {
-      EXPECT_TRUE(fs::exists(entry["link"]["path"].get<std::string>())) << where << " " << input;
+    if (entry.contains("image") && !entry.value("packed", false) && !entry.value("path", "").empty()) {
+      EXPECT_TRUE(fs::exists(entry["path"].get<std::string>())) << where << " " << input << ": " << entry["path"];
     }
 
   // One mesh object; every polygon of the sphere carries the material.

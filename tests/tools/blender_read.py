@@ -7,7 +7,7 @@
 # Several pairs share one Blender start (the start is most of the time); the scene is reset to an
 # empty one before each import. INPUT is .gltf, .glb, .fbx (binary) or .obj. The JSON holds:
 #   materials: per material its blend mode and, per Principled BSDF input, the constant value and,
-#              when the input is linked, what feeds it: the image (file, colour space, size), the
+#              when the input is linked, what feeds it: the image (file, path, colour space), the
 #              image output (Color or Alpha), the channel picked by a separate node, the constant
 #              factors of the multiply nodes on the way, and the strength of a Normal Map node;
 #   objects:   name, type, parent, world matrix (rows);
@@ -87,6 +87,8 @@ def trace(socket, summary, depth=0):
             step["packed"] = image.packed_file is not None
             step["size"] = [int(image.size[0]), int(image.size[1])]
             summary.setdefault("image", step["image"])
+            summary.setdefault("path", path)
+            summary.setdefault("packed", step["packed"])
             summary.setdefault("colorspace", step["colorspace"])
             summary.setdefault("image_output", output.name)
             summary.setdefault("_image", image)
