@@ -101,7 +101,8 @@ int main(int argc, char** argv) {
       status = 1;
     } else {
       report["materials"] = Json::array();
-      for (unsigned i = 0; i < scene->mNumMaterials; ++i) report["materials"].push_back(Material(*scene->mMaterials[i]));
+      for (unsigned i = 0; i < scene->mNumMaterials; ++i)
+        report["materials"].push_back(Material(*scene->mMaterials[i]));
       report["meshes"] = scene->mNumMeshes;
     }
     std::printf("%s\n", report.dump().c_str());
