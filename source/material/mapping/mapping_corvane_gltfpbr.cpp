@@ -197,8 +197,14 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
     VEX_TRY(SetConstant(t, "diffuse_color", baseColor));
   }
 
-  // Opacity: glTF keeps it in the alpha of the base colour.
-  VEX_ASSIGN(const auto alphaMode, Read<std::string>(source, "alphaMode"));
+  // Opacity: glTF keeps it in the alpha of the base colour. "MASK" is reported and then treated
+  // as if the set gave no alpha mode: the bundle's default decides.
+  VEX_ASSIGN(auto alphaMode, Read<std::string>(source, "alphaMode"));
+  if (alphaMode.value == "MASK") {
+    VEX_DIAGNOSTIC("AlphaMode == MASK is not implemented yet!");
+    const vex::ParameterSet* defaults = BundleDefaults(source->GetBundle());
+    VEX_ASSIGN(alphaMode.value, vex::GetTypedConstant<std::string>(defaults ? defaults->Find("alphaMode") : nullptr));
+  }
   if (alphaMode.value == "BLEND") {
     const vex::Color alpha{f.a, f.a, f.a};
     if (baseTexture) {
@@ -211,15 +217,13 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
     vex::Parameter opaque = vex::Parameter::Constant(vex::Color{1.0, 1.0, 1.0});
     opaque.properties.Set("mute", true);
     VEX_TRY(Set(t, "opacity", std::move(opaque)));
-  } else if (alphaMode.value == "MASK") {
-    VEX_DIAGNOSTIC("AlphaMode == MASK is not implemented yet!");
   }
 
   // Roughness in green, metal in blue of the one packed texture. glTF's metal factor means
-  // something to the renderer only in its metalness Fresnel mode, so that mode comes with it.
+  // something to the renderer only in its metalness Fresnel mode, which is the Corvane bundle's
+  // default: the imported set needs no Fresnel port of its own.
   const auto metalRoughness = TextureOf(*source, "metallicRoughnessTexture");
   VEX_TRY(ImportScalar(source, t, "roughnessFactor", metalRoughness, "g", "reflection_roughness"));
-  VEX_TRY(SetConstant(t, "fresnel_type", std::string("metalness")));
   VEX_TRY(ImportScalar(source, t, "metallicFactor", metalRoughness, "b", "metalness"));
 
   VEX_ASSIGN(const auto normalScale, Read<double>(source, "normalScale"));

@@ -18,10 +18,11 @@ using namespace viewport;
 constexpr std::string_view kIor = "ior";
 
 /// The output receives the colour (with its texture) when the weight is greater than 0, else
-/// black. Absent ports are recorded against the output.
+/// black. An absent colour is recorded against the output; the weight only gates and is read
+/// without being recorded.
 vex::Result<void> WeightedColor(Reader& in, vex::ParameterSet& target, std::string_view weightPort,
                                 std::string_view colorPort, std::string_view output) {
-  VEX_ASSIGN(const auto weight, in.Take<double>(weightPort, output));
+  VEX_ASSIGN(const auto weight, in.Read<double>(weightPort));
   VEX_ASSIGN(const auto color, in.Take<vex::Color>(colorPort, output));
   if (weight.value > 0.0) return SetValue(target, output, color.value, color.texture);
   return SetConstant(target, output, kBlack);
