@@ -230,7 +230,7 @@ TEST(ColourTemperature, TableAndWhitePoint) {
   EXPECT_EQ(kColourMatching[40].z, 0.001807);
   // Half-way values round up.
   EXPECT_EQ(kColourMatching[1].x, 0.005311);
-  EXPECT_EQ(kColourMatching[25].z, 0.002322);
+  EXPECT_EQ(kColourMatching[25].x, 0.002322);
   EXPECT_EQ(kColourMatching.back().wavelength, 825.0);
   for (const auto& row : kColourMatching) {
     for (const double v : {row.x, row.y, row.z}) {

@@ -12,7 +12,9 @@ MaterialType Classify(const vex::InternedId& type) {
     MaterialType kind;
   };
   static constexpr Known kKnown[] = {
-      {"constant", MaterialType::Constant}, {"metal", MaterialType::Metal}, {"dielectric", MaterialType::Dielectric}};
+      {vp::values::type::constant, MaterialType::Constant},
+      {vp::values::type::metal, MaterialType::Metal},
+      {vp::values::type::dielectric, MaterialType::Dielectric}};
   const std::uint64_t hash = type.Hash();
   for (const auto& known : kKnown) {
     if (hash != vex::HashId(known.name)) continue;

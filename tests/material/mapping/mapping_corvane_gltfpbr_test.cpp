@@ -221,11 +221,18 @@ TEST(CorvaneToGltf, MissingPortsReadTheCorvaneDefaultsAndReadErrorsEndTheRun) {
   ASSERT_TRUE(out) << out.error().Describe();
   const auto& t = *out->target;
   EXPECT_EQ(Const<vex::ColorA>(t, "baseColorFactor"), (vex::ColorA{0.5, 0.5, 0.5, 1.0}));
-  EXPECT_EQ(Const<double>(t, "metallicFactor"), 0.0);  // default Fresnel mode is not metalness
+  EXPECT_EQ(Const<double>(t, "metallicFactor"), 0.0);  // the default metalness, in the default metalness mode
   EXPECT_EQ(Const<double>(t, "roughnessFactor"), 0.0);
   EXPECT_EQ(Const<vex::Color>(t, "emissiveFactor"), (vex::Color{0, 0, 0}));
   EXPECT_EQ(Const<double>(t, "normalScale"), 1.0);
   EXPECT_FALSE(t.Has("alphaMode"));
+
+  // The default Fresnel mode is "metalness": a set that only gives its metalness exports it.
+  auto metal = Corvane();
+  metal->SetConstant("metalness", 0.7);
+  auto metalOut = ToGltf(metal);
+  ASSERT_TRUE(metalOut);
+  EXPECT_EQ(Const<double>(*metalOut->target, "metallicFactor"), 0.7);
 
   auto set = Corvane();
   set->SetConstant("fresnel_type", std::string("metalness"));

@@ -45,15 +45,15 @@ struct Trace {
   std::vector<std::string> calls;
 };
 
-vex::Result<void> Body(Run<Trace>& run, std::string name) {
+vex::Result<void> Traced(Run<Trace>& run, std::string name) {
   run.context.calls.push_back(name + ":" + std::to_string(static_cast<int>(run.type)));
   VEX_ASSIGN(const auto color, run.in.Take<vex::Color>(vp::base_color, "out"));
   return interop::mapping::SetConstant(run.target, "out", color.value);
 }
-vex::Result<void> ConstantBody(Run<Trace>& run) { return Body(run, "constant"); }
-vex::Result<void> MetalBody(Run<Trace>& run) { return Body(run, "metal"); }
-vex::Result<void> DielectricBody(Run<Trace>& run) { return Body(run, "dielectric"); }
-vex::Result<void> AbsentBody(Run<Trace>& run) { return Body(run, "absent"); }
+vex::Result<void> ConstantBody(Run<Trace>& run) { return Traced(run, "constant"); }
+vex::Result<void> MetalBody(Run<Trace>& run) { return Traced(run, "metal"); }
+vex::Result<void> DielectricBody(Run<Trace>& run) { return Traced(run, "dielectric"); }
+vex::Result<void> AbsentBody(Run<Trace>& run) { return Traced(run, "absent"); }
 /// The last step records what the bodies did, so the result shows it.
 vex::Result<void> Finish(Run<Trace>& run) {
   std::string all;
