@@ -24,8 +24,8 @@ constexpr std::int64_t kSide = 1024;
 
 vex::ParameterSet TexturedSet(int seed) {
   vex::ParameterSet set(vex::Id(vex::bundle::kGltf));
-  for (const std::string_view port :
-       {vex::ports::gltf::baseColorTexture, vex::ports::gltf::metallicRoughnessTexture, vex::ports::gltf::normalTexture}) {
+  namespace gltf = vex::ports::gltf;
+  for (const std::string_view port : {gltf::baseColorTexture, gltf::metallicRoughnessTexture, gltf::normalTexture}) {
     auto texture = vex::TextureBuffer::Make(kSide, kSide);
     for (std::size_t i = 0; i < texture.GetCount(); ++i) {
       float* p = texture._pixels->Pixel(i);

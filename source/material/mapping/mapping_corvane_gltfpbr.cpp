@@ -24,6 +24,7 @@ constexpr double kOneThird = 0.3333333333333333;
 
 namespace cv = vex::ports::corvane;
 namespace gltf = vex::ports::gltf;
+constexpr std::string_view kBlend = gltf::values::alphaMode::BLEND;
 
 /// Equality of two doubles as the renderer's parameter code has it: bit patterns (as 64-bit
 /// integers) less than 8 apart. -0.0 is far from 0.0 under this rule.
@@ -47,22 +48,23 @@ vex::Result<void> ExportBaseColorAndOpacity(const vex::ParameterSet* source, vex
   if (!opacity.IsConstant()) {
     VEX_TRY(Collect(collected, cv::opacity, role::kOpacity, *opacity.texture));
     VEX_TRY(SetConstant(target, gltf::opacity, opacityMean));
-    VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(gltf::values::alphaMode::BLEND)));
+    VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(kBlend)));
   } else if (transmission.IsConstant()) {
     alpha = opacityMean;
-    if (std::abs(alpha - 1.0) > 0.0001) VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(gltf::values::alphaMode::BLEND)));
+    if (std::abs(alpha - 1.0) > 0.0001) VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(kBlend)));
   } else {
     // The combining pass inverts the texels; the constant beside them is inverted alike.
     VEX_TRY(Collect(collected, cv::transmission_weight, role::kOpacity, *transmission.texture));
     VEX_TRY(SetConstant(target, gltf::opacity, 1.0 - transmission.value));
-    VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(gltf::values::alphaMode::BLEND)));
+    VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(kBlend)));
   }
 
   VEX_ASSIGN(const auto diffuseWeight, Read<double>(source, cv::diffuse_weight));
   const double w = diffuseWeight.IsConstant() ? diffuseWeight.value : 1.0;
   VEX_ASSIGN(const auto diffuse, Read<vex::Color>(source, cv::diffuse_color));
   const vex::Color& c = diffuse.value;
-  if (diffuse.IsConstant()) return SetConstant(target, gltf::baseColorFactor, vex::ColorA{w * c.r, w * c.g, w * c.b, alpha});
+  if (diffuse.IsConstant())
+    return SetConstant(target, gltf::baseColorFactor, vex::ColorA{w * c.r, w * c.g, w * c.b, alpha});
   VEX_TRY(Collect(collected, cv::diffuse_color, role::kBaseColor, *diffuse.texture));
   VEX_TRY(SetConstant(target, gltf::baseColorTexture, vex::ColorA{c.r, c.g, c.b, 1.0}));
   return SetConstant(target, gltf::baseColorFactor, vex::ColorA{w, w, w, alpha});
@@ -178,7 +180,8 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
   const auto baseTexture = TextureOf(*source, gltf::baseColorTexture);
   const vex::Color baseColor{f.r, f.g, f.b};
   if (baseTexture) {
-    VEX_TRY(Set(t, cv::diffuse_color, ImportedTexture(vex::PackedConstantParameter(baseColor), *baseTexture, "sRGB", {}, 1.0)));
+    VEX_TRY(Set(t, cv::diffuse_color,
+                ImportedTexture(vex::PackedConstantParameter(baseColor), *baseTexture, "sRGB", {}, 1.0)));
   } else {
     VEX_TRY(SetConstant(t, cv::diffuse_color, baseColor));
   }
@@ -189,7 +192,8 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
   if (alphaMode.value == gltf::values::alphaMode::MASK) {
     VEX_DIAGNOSTIC("AlphaMode == MASK is not implemented yet!");
     const vex::ParameterSet* defaults = BundleDefaults(source->GetBundle());
-    VEX_ASSIGN(alphaMode.value, vex::GetTypedConstant<std::string>(defaults ? defaults->Find(gltf::alphaMode) : nullptr));
+    const vex::Parameter* absent = defaults ? defaults->Find(gltf::alphaMode) : nullptr;
+    VEX_ASSIGN(alphaMode.value, vex::GetTypedConstant<std::string>(absent));
   }
   if (alphaMode.value == gltf::values::alphaMode::BLEND) {
     const vex::Color alpha{f.a, f.a, f.a};

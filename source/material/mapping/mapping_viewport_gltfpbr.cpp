@@ -65,7 +65,8 @@ vex::Result<std::pair<double, bool>> Opacity(Reader& in, vex::ParameterSet& targ
       VEX_DIAGNOSTIC("Viewport Material Export: transmissivity textures are not exported to glTF");
   }
   VEX_TRY(SetConstant(target, gltf::opacity, opacity));
-  VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(textured || opacity < 1.0 ? alpha_mode::BLEND : alpha_mode::OPAQUE)));
+  const std::string_view mode = textured || opacity < 1.0 ? alpha_mode::BLEND : alpha_mode::OPAQUE;
+  VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(mode)));
   return std::pair{opacity, textured};
 }
 
