@@ -24,7 +24,8 @@ constexpr std::int64_t kSide = 1024;
 
 vex::ParameterSet TexturedSet(int seed) {
   vex::ParameterSet set(vex::Id(vex::bundle::kGltf));
-  for (const char* port : {"baseColorTexture", "metallicRoughnessTexture", "normalTexture"}) {
+  namespace gltf = vex::ports::gltf;
+  for (const std::string_view port : {gltf::baseColorTexture, gltf::metallicRoughnessTexture, gltf::normalTexture}) {
     auto texture = vex::TextureBuffer::Make(kSide, kSide);
     for (std::size_t i = 0; i < texture.GetCount(); ++i) {
       float* p = texture._pixels->Pixel(i);
@@ -33,7 +34,7 @@ vex::ParameterSet TexturedSet(int seed) {
     }
     set.Set(port, vex::Parameter::Textured(vex::PackedConstantParameter(vex::ColorA{1, 1, 1, 1}), texture));
   }
-  set.SetConstant("baseColorFactor", vex::ColorA{0.8, 0.5, 0.2, 1.0});
+  set.SetConstant(vex::ports::gltf::baseColorFactor, vex::ColorA{0.8, 0.5, 0.2, 1.0});
   return set;
 }
 

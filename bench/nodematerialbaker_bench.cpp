@@ -48,7 +48,7 @@ vex::NodeGraph ImageGraph() {
   image.ports.Set("file", SourceImage());
   image.ports.Set("colorSpace", std::string("raw"));
   g.nodes.push_back(std::move(image));
-  g.links.push_back({"img", "material", "diffuse_color"});
+  g.links.push_back({"img", "material", std::string(vex::ports::corvane::diffuse_color)});
   return g;
 }
 
@@ -58,7 +58,7 @@ vex::NodeGraph CheckerGraph() {
   g.nodes.push_back({"material", vex::Id(vex::node::kCorvaneMaterial), {}});
   g.nodes.push_back({"check", vex::Id(vex::node::kChecker), {}});
   g.nodes.push_back({"ramp", vex::Id(vex::node::kLinearGradient), {}});
-  g.links.push_back({"check", "material", "diffuse_color"});
+  g.links.push_back({"check", "material", std::string(vex::ports::corvane::diffuse_color)});
   g.links.push_back({"ramp", "check", "color1"});
   return g;
 }
@@ -68,7 +68,7 @@ void Run(benchmark::State& state, const vex::NodeGraph& graph, std::int64_t size
   double anchorSeconds = 0;
   std::int64_t pixels = 0;
   for (auto _ : state) {
-    auto baked = interop::material::BakeNodeInput(graph, *graph.EndNode(), "diffuse_color",
+    auto baked = interop::material::BakeNodeInput(graph, *graph.EndNode(), vex::ports::corvane::diffuse_color,
                                                   {size, vex::TextureResize::Stretch}, nullptr, false);
     if (!baked) {
       state.SkipWithError(baked.error().Describe().c_str());

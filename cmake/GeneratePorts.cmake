@@ -1,7 +1,9 @@
 # Generates vex/ports.h from the port-bundle vocabulary (host/data/port_bundles.json): one
 # namespace per bundle, named after the last segment of its id, holding the bundle's id as `kId`
 # and one constant per port (dots become underscores, trailing blanks are dropped from the name
-# but kept in the value). The module and the host spell port names only through these constants.
+# but kept in the value). A port whose declaration lists its "values" (an enumeration) also gets
+# them, as `vex::ports::<bundle>::values::<port>::<value>`. The module and the host spell port
+# names and enumeration values only through these constants.
 function(interop_generate_ports json_file out_header)
   file(READ "${json_file}" _json)
   string(JSON _count LENGTH "${_json}")
@@ -15,6 +17,7 @@ function(interop_generate_ports json_file out_header)
     string(APPEND _text "\n/// ${_name}\nnamespace ${_ns} {\n")
     string(APPEND _text "inline constexpr std::string_view kId = \"${_bundle}\";\n")
     string(JSON _ports GET "${_json}" "${_bundle}" ports)
+    set(_enums "")
     string(JSON _nports LENGTH "${_ports}")
     math(EXPR _plast "${_nports} - 1")
     foreach(_p RANGE ${_plast})
@@ -22,7 +25,21 @@ function(interop_generate_ports json_file out_header)
       string(STRIP "${_port}" _ident)
       string(REPLACE "." "_" _ident "${_ident}")
       string(APPEND _text "inline constexpr std::string_view ${_ident} = \"${_port}\";\n")
+      string(JSON _values ERROR_VARIABLE _no_values GET "${_ports}" ${_p} values)
+      if(NOT _no_values)
+        string(JSON _nvalues LENGTH "${_values}")
+        math(EXPR _vlast "${_nvalues} - 1")
+        string(APPEND _enums "namespace ${_ident} {\n")
+        foreach(_v RANGE ${_vlast})
+          string(JSON _value GET "${_values}" ${_v})
+          string(APPEND _enums "inline constexpr std::string_view ${_value} = \"${_value}\";\n")
+        endforeach()
+        string(APPEND _enums "}  // namespace ${_ident}\n")
+      endif()
     endforeach()
+    if(NOT _enums STREQUAL "")
+      string(APPEND _text "/// The values of the enumerated ports.\nnamespace values {\n${_enums}}  // namespace values\n")
+    endif()
     string(APPEND _text "}  // namespace ${_ns}\n")
   endforeach()
   string(APPEND _text "\n}  // namespace vex::ports\n")

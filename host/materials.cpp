@@ -274,9 +274,9 @@ class PreviewExport final : public vex::ComponentBase<vex::INodeMaterialExport> 
     const struct {
       std::string_view from, to;
       vex::ConstantType type;
-    } ports[] = {{"color", "diffuseColor", vex::ConstantType::Color},
-                 {"emission", "emissiveColor", vex::ConstantType::Color},
-                 {"opacity", "opacityColor", vex::ConstantType::Float}};
+    } ports[] = {{"color", vex::ports::generic::diffuseColor, vex::ConstantType::Color},
+                 {"emission", vex::ports::generic::emissiveColor, vex::ConstantType::Color},
+                 {"opacity", vex::ports::generic::opacityColor, vex::ConstantType::Float}};
     for (const auto& port : ports) {
       if (const vex::GraphNode* source = graph.Source(end->id, port.from); source && IsImageNode(*source)) {
         vex::ImageReference ref;

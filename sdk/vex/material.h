@@ -17,21 +17,23 @@
 #include "vex/data.h"
 #include "vex/error.h"
 #include "vex/id.h"
+#include "vex/ports.h"
 
 namespace vex {
 
 // ---------------------------------------------------------------------------------------------
 // Port bundle ids
 namespace bundle {
-inline constexpr std::string_view kGeneric = "net.kelvo.material.portbundle.generic";
-inline constexpr std::string_view kCorvane = "net.kelvo.material.portbundle.corvane";
-inline constexpr std::string_view kGltf = "net.kelvo.material.portbundle.gltf";
-inline constexpr std::string_view kObj = "net.kelvo.material.portbundle.obj";
-inline constexpr std::string_view kStandardSurface = "net.kelvo.material.portbundle.standardsurface";
-inline constexpr std::string_view kUsdPreviewSurface = "net.kelvo.material.portbundle.usdpreviewsurface";
-inline constexpr std::string_view kFbxPhong = "net.kelvo.material.portbundle.fbxsurfacephong";
-inline constexpr std::string_view kFbxLambert = "net.kelvo.material.portbundle.fbxsurfacelambert";
-inline constexpr std::string_view kViewport = "net.kelvo.nodespace.exchange.bundle.viewportmaterial";
+// The ids as the bundle vocabulary spells them (vex/ports.h is generated from it).
+inline constexpr std::string_view kGeneric = ports::generic::kId;
+inline constexpr std::string_view kCorvane = ports::corvane::kId;
+inline constexpr std::string_view kGltf = ports::gltf::kId;
+inline constexpr std::string_view kObj = ports::obj::kId;
+inline constexpr std::string_view kStandardSurface = ports::standardsurface::kId;
+inline constexpr std::string_view kUsdPreviewSurface = ports::usdpreviewsurface::kId;
+inline constexpr std::string_view kFbxPhong = ports::fbxsurfacephong::kId;
+inline constexpr std::string_view kFbxLambert = ports::fbxsurfacelambert::kId;
+inline constexpr std::string_view kViewport = ports::viewportmaterial::kId;
 }  // namespace bundle
 
 // ---------------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // The CIE 1931 2-degree colour matching functions with the Judd-Vos correction,
 // 380 nm to 825 nm in 5 nm steps. The table is generated at build time from
-// source/lights/data/cie1931_judd_vos_2deg_5nm.csv.
+// source/lights/data/cie1931_judd_vos_2deg_5nm.csv, every value rounded to six
+// decimal places (half up): the first row is 0.002690, 0.000200, 0.012260.
 #pragma once
 
 #include <array>

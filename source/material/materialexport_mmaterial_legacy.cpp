@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "vex/host.h"
+#include "vex/ports.h"
 
 namespace interop::material {
 namespace {
@@ -28,21 +29,15 @@ class LegacyExporter final : public SubExporter {
 
     VEX_ASSIGN(const vex::Color color, ChannelColor());
     vex::Parameter baseColor = vex::Parameter::Constant(color);
-    vex::TextureResult textures;
     if (const vex::IShader* shader = _material->GetLink(vex::kMaterialColorLink, vex::kShaderBaseType)) {
       if (shader->GetType() == vex::kBitmapShaderType) {
-        const std::string file = BitmapFile(*shader);
-        if (!file.empty()) {
-          vex::ImageReference image;
-          image.url.text = vex::ResolveDocumentPath(file, document);
-          image.colorSpace = "sRGB";
-          // The bitmap's pixels are kept for GetTextures; an unreadable file fails the export here.
-          VEX_ASSIGN(auto pixels, vex::Host().images->Read(image.url.text, true));
-          textures.present = true;
-          textures.textures.emplace_back("base_color", std::move(pixels));
-          baseColor = vex::Parameter();
-          baseColor.value = std::move(image);
-        }
+        // A reference to the shader's file, not its pixels: the file is not opened here, reading
+        // it is for whoever consumes the set. A relative name is taken from the document's folder.
+        vex::ImageReference image;
+        image.url.text = vex::ResolveDocumentPath(BitmapFile(*shader), document);
+        image.colorSpace = "sRGB";
+        baseColor = vex::Parameter();
+        baseColor.value = std::move(image);
       } else if (shader->GetType() == vex::kSubstanceShaderType) {
         if (const vex::SubstanceAsset* asset = shader->GetAssetLink(vex::kSubstanceShaderAsset)) {
           if (vex::Host().materials != nullptr && vex::Host().materials->CheckSubstanceAsset(*asset, document)) {
@@ -59,8 +54,7 @@ class LegacyExporter final : public SubExporter {
         }
       }
     }
-    storage->Set("base_color", std::move(baseColor));
-    _textures = std::move(textures);
+    storage->Set(vex::ports::standardsurface::base_color, std::move(baseColor));
     return vex::ParameterSetRef(std::move(storage));
   }
 
@@ -88,7 +82,8 @@ class LegacyExporter final : public SubExporter {
 
   vex::MaterialRef _material;
   vex::MaterialTypesMap _materialTypes;
-  /// The colour bitmap's pixels read by the last GetParameters, until GetTextures hands them over.
+  /// Texture data GetTextures hands over once. The channel path bakes nothing, so it stays empty:
+  /// a bitmap travels as a reference to its file.
   vex::TextureResult _textures;
 };
 

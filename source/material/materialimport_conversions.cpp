@@ -7,11 +7,17 @@
 #include "material/mapping/mapping_import.h"
 #include "material/mapping/materialmapping.h"
 #include "vex/datatypebase.h"
+#include "vex/ports.h"
 
 namespace interop::material {
 namespace {
 
 using mapping::detail::TransferToCorvane;
+namespace cv = vex::ports::corvane;
+namespace ss = vex::ports::standardsurface;
+// FBX Lambert's ports are the first nine of Phong's, spelled alike.
+namespace fbx = vex::ports::fbxsurfacephong;
+namespace usd = vex::ports::usdpreviewsurface;
 
 vex::Result<std::shared_ptr<vex::ParameterSet>> NewTarget() {
   auto target = std::shared_ptr<vex::ParameterSet>(new (std::nothrow) vex::ParameterSet());
@@ -48,8 +54,8 @@ vex::Result<void> NormalMap(const vex::ParameterSet& source, vex::ParameterSet& 
   normal.texture = entry->texture;
   normal.properties = entry->properties;
   if (!normal.properties.Contains("colorSpace")) normal.properties.Set("colorSpace", std::string("raw"));
-  VEX_TRY(mapping::Set(target, "overall_normal", std::move(normal)));
-  return mapping::SetConstant(target, "normal_space", std::string("space_rgb_tangent"));
+  VEX_TRY(mapping::Set(target, cv::overall_normal, std::move(normal)));
+  return mapping::SetConstant(target, cv::normal_space, std::string(cv::values::normal_space::space_rgb_tangent));
 }
 
 bool HasNonBlackOrTexture(const vex::ParameterSet& source, std::string_view port) {
@@ -67,24 +73,24 @@ vex::Result<std::shared_ptr<vex::ParameterSet>> ImportStandardSurfaceToCorvane(c
   auto transfer = [&](std::string_view from, std::string_view to) {
     return TransferToCorvane(source, *target, from, to);
   };
-  VEX_TRY(transfer("base_color", "diffuse_color"));
-  VEX_TRY(transfer("base", "diffuse_weight"));
-  VEX_TRY(transfer("diffuse_roughness", "diffuse_roughness"));
-  if (source.Has("metalness")) {
-    VEX_TRY(mapping::SetConstant(*target, "fresnel_type", std::string("metalness")));
-    VEX_TRY(transfer("metalness", "metalness"));
+  VEX_TRY(transfer(ss::base_color, cv::diffuse_color));
+  VEX_TRY(transfer(ss::base, cv::diffuse_weight));
+  VEX_TRY(transfer(ss::diffuse_roughness, cv::diffuse_roughness));
+  if (source.Has(ss::metalness)) {
+    VEX_TRY(mapping::SetConstant(*target, cv::fresnel_type, std::string(cv::values::fresnel_type::metalness)));
+    VEX_TRY(transfer(ss::metalness, cv::metalness));
   }
-  VEX_TRY(transfer("specular", "reflection_weight"));
-  VEX_TRY(transfer("specular_color", "reflection_color"));
-  VEX_TRY(transfer("specular_roughness", "reflection_roughness"));
-  VEX_TRY(transfer("specular_IOR", "reflection_ior"));
-  VEX_TRY(transfer("transmission", "transmission_weight"));
-  VEX_TRY(transfer("coat", "coat_weight"));
-  VEX_TRY(transfer("opacity", "opacity"));
-  VEX_TRY(NormalMap(source, *target, "surface_normal"));
-  VEX_TRY(transfer("surface_normal_weight", "overall_normal_weight"));
-  VEX_TRY(transfer("emission", "emission_weight"));
-  VEX_TRY(transfer("emission_color", "emission_color"));
+  VEX_TRY(transfer(ss::specular, cv::reflection_weight));
+  VEX_TRY(transfer(ss::specular_color, cv::reflection_color));
+  VEX_TRY(transfer(ss::specular_roughness, cv::reflection_roughness));
+  VEX_TRY(transfer(ss::specular_IOR, cv::reflection_ior));
+  VEX_TRY(transfer(ss::transmission, cv::transmission_weight));
+  VEX_TRY(transfer(ss::coat, cv::coat_weight));
+  VEX_TRY(transfer(ss::opacity, cv::opacity));
+  VEX_TRY(NormalMap(source, *target, ss::surface_normal));
+  VEX_TRY(transfer(ss::surface_normal_weight, cv::overall_normal_weight));
+  VEX_TRY(transfer(ss::emission, cv::emission_weight));
+  VEX_TRY(transfer(ss::emission_color, cv::emission_color));
   return Finish(std::move(target));
 }
 
@@ -93,42 +99,42 @@ vex::Result<std::shared_ptr<vex::ParameterSet>> ImportFbxToCorvane(const vex::Pa
   auto transfer = [&](std::string_view from, std::string_view to) {
     return TransferToCorvane(source, *target, from, to);
   };
-  VEX_TRY(transfer("diffuse", "diffuse_color"));
-  VEX_TRY(transfer("diffuseFactor", "diffuse_weight"));
-  if (HasNonBlackOrTexture(source, "emissive")) {
-    VEX_TRY(transfer("emissive", "emission_color"));
-    if (source.Has("emissiveFactor")) VEX_TRY(transfer("emissiveFactor", "emission_weight"));
-    else VEX_TRY(mapping::SetConstant(*target, "emission_weight", 1.0));
+  VEX_TRY(transfer(fbx::diffuse, cv::diffuse_color));
+  VEX_TRY(transfer(fbx::diffuseFactor, cv::diffuse_weight));
+  if (HasNonBlackOrTexture(source, fbx::emissive)) {
+    VEX_TRY(transfer(fbx::emissive, cv::emission_color));
+    if (source.Has(fbx::emissiveFactor)) VEX_TRY(transfer(fbx::emissiveFactor, cv::emission_weight));
+    else VEX_TRY(mapping::SetConstant(*target, cv::emission_weight, 1.0));
   }
   // Transparency: FBX's transparent colour scaled by its factor is what light lets through.
-  if (const vex::Parameter* colour = source.Find("transparentColor")) {
+  if (const vex::Parameter* colour = source.Find(fbx::transparentColor)) {
     double factor = 1.0;
-    if (const vex::Parameter* f = source.Find("transparencyFactor")) {
+    if (const vex::Parameter* f = source.Find(fbx::transparencyFactor)) {
       VEX_ASSIGN(factor, vex::GetTypedConstant<double>(f));
     }
     if (colour->IsTextured() || colour->Constant() == nullptr) {
-      VEX_TRY(TransferToCorvane(source, *target, "transparentColor", "transmission_color"));
-      VEX_TRY(mapping::SetConstant(*target, "transmission_weight", factor));
+      VEX_TRY(TransferToCorvane(source, *target, fbx::transparentColor, cv::transmission_color));
+      VEX_TRY(mapping::SetConstant(*target, cv::transmission_weight, factor));
     } else {
       VEX_ASSIGN(const vex::Color c, vex::GetTypedConstant<vex::Color>(colour));
       const vex::Color opacity{1.0 - factor * c.r, 1.0 - factor * c.g, 1.0 - factor * c.b};
       if (opacity.r < 1.0 || opacity.g < 1.0 || opacity.b < 1.0)
-        VEX_TRY(mapping::SetConstant(*target, "opacity", opacity));
+        VEX_TRY(mapping::SetConstant(*target, cv::opacity, opacity));
     }
   }
-  VEX_TRY(NormalMap(source, *target, "normalMap"));
-  if (source.GetBundle() == vex::bundle::kFbxPhong || source.Has("specular")) {
-    VEX_TRY(transfer("specular", "reflection_color"));
-    VEX_TRY(transfer("specularFactor", "reflection_weight"));
-    if (const vex::Parameter* shininess = source.Find("shininess"); shininess && shininess->Constant()) {
+  VEX_TRY(NormalMap(source, *target, fbx::normalMap));
+  if (source.GetBundle() == vex::bundle::kFbxPhong || source.Has(fbx::specular)) {
+    VEX_TRY(transfer(fbx::specular, cv::reflection_color));
+    VEX_TRY(transfer(fbx::specularFactor, cv::reflection_weight));
+    if (const vex::Parameter* shininess = source.Find(fbx::shininess); shininess && shininess->Constant()) {
       // The Phong exponent as a microfacet roughness: sqrt(2 / (n + 2)).
       VEX_ASSIGN(const double n, vex::GetTypedConstant<double>(shininess));
       const double roughness = n > -2.0 ? std::sqrt(2.0 / (n + 2.0)) : 1.0;
-      VEX_TRY(mapping::SetConstant(*target, "reflection_roughness", roughness > 1.0 ? 1.0 : roughness));
+      VEX_TRY(mapping::SetConstant(*target, cv::reflection_roughness, roughness > 1.0 ? 1.0 : roughness));
     }
   } else {
     // Lambert is diffuse only.
-    VEX_TRY(mapping::SetConstant(*target, "reflection_weight", 0.0));
+    VEX_TRY(mapping::SetConstant(*target, cv::reflection_weight, 0.0));
   }
   return Finish(std::move(target));
 }
@@ -138,44 +144,45 @@ vex::Result<std::shared_ptr<vex::ParameterSet>> ImportUsdPreviewSurfaceToCorvane
   auto transfer = [&](std::string_view from, std::string_view to) {
     return TransferToCorvane(source, *target, from, to);
   };
-  VEX_TRY(transfer("diffuseColor", "diffuse_color"));
-  if (HasNonBlackOrTexture(source, "emissiveColor")) {
-    VEX_TRY(transfer("emissiveColor", "emission_color"));
-    VEX_TRY(mapping::SetConstant(*target, "emission_weight", 1.0));
+  VEX_TRY(transfer(usd::diffuseColor, cv::diffuse_color));
+  if (HasNonBlackOrTexture(source, usd::emissiveColor)) {
+    VEX_TRY(transfer(usd::emissiveColor, cv::emission_color));
+    VEX_TRY(mapping::SetConstant(*target, cv::emission_weight, 1.0));
   }
-  std::string workflow = "metalness";
-  if (const vex::Parameter* w = source.Find("workflow")) {
+  std::string workflow(usd::values::workflow::metalness);
+  if (const vex::Parameter* w = source.Find(usd::workflow)) {
     VEX_ASSIGN(workflow, vex::GetTypedConstant<std::string>(w));
   }
-  if (workflow == "specular") {
-    VEX_TRY(mapping::SetConstant(*target, "fresnel_type", std::string("ior")));
-    VEX_TRY(transfer("specularColor", "reflection_color"));
+  if (workflow == usd::values::workflow::specular) {
+    VEX_TRY(mapping::SetConstant(*target, cv::fresnel_type, std::string(cv::values::fresnel_type::ior)));
+    VEX_TRY(transfer(usd::specularColor, cv::reflection_color));
   } else {
-    VEX_TRY(mapping::SetConstant(*target, "fresnel_type", std::string("metalness")));
-    VEX_TRY(transfer("metallic", "metalness"));
+    VEX_TRY(mapping::SetConstant(*target, cv::fresnel_type, std::string(cv::values::fresnel_type::metalness)));
+    VEX_TRY(transfer(usd::metallic, cv::metalness));
   }
-  VEX_TRY(transfer("roughness", "reflection_roughness"));
-  VEX_TRY(transfer("clearcoat", "coat_weight"));
-  VEX_TRY(transfer("clearcoatRoughness", "coat_roughness"));
-  VEX_TRY(transfer("ior", "reflection_ior"));
-  VEX_TRY(ScalarToGrey(source, *target, "opacity", "opacity"));
-  if (const vex::Parameter* normal = source.Find("normal")) {
+  VEX_TRY(transfer(usd::roughness, cv::reflection_roughness));
+  VEX_TRY(transfer(usd::clearcoat, cv::coat_weight));
+  VEX_TRY(transfer(usd::clearcoatRoughness, cv::coat_roughness));
+  VEX_TRY(transfer(usd::ior, cv::reflection_ior));
+  VEX_TRY(ScalarToGrey(source, *target, usd::opacity, cv::opacity));
+  if (const vex::Parameter* normal = source.Find(usd::normal)) {
     if (normal->IsTextured() || normal->Constant() == nullptr) {
-      VEX_TRY(NormalMap(source, *target, "normal"));
+      VEX_TRY(NormalMap(source, *target, usd::normal));
     } else {
       VEX_ASSIGN(const vex::Vector3d n, vex::GetTypedConstant<vex::Vector3d>(normal));
-      VEX_TRY(mapping::SetConstant(*target, "overall_normal",
+      VEX_TRY(mapping::SetConstant(*target, cv::overall_normal,
                                    vex::Color{(n.x + 1.0) * 0.5, (n.y + 1.0) * 0.5, (n.z + 1.0) * 0.5}));
     }
   }
-  if (const vex::Parameter* displacement = source.Find("displacement");
+  if (const vex::Parameter* displacement = source.Find(usd::displacement);
       displacement && (displacement->IsTextured() || displacement->Constant() == nullptr)) {
-    VEX_TRY(transfer("displacement", "displacement_scale"));
-    VEX_TRY(mapping::SetConstant(*target, "displacement_space", std::string("space_heightfield")));
+    VEX_TRY(transfer(usd::displacement, cv::displacement_scale));
+    VEX_TRY(mapping::SetConstant(*target, cv::displacement_space,
+                                 std::string(cv::values::displacement_space::space_heightfield)));
   }
-  if (const vex::Parameter* occlusion = source.Find("occlusion");
+  if (const vex::Parameter* occlusion = source.Find(usd::occlusion);
       occlusion && (occlusion->IsTextured() || occlusion->Constant() == nullptr)) {
-    VEX_TRY(ScalarToGrey(source, *target, "occlusion", "overall_tint"));
+    VEX_TRY(ScalarToGrey(source, *target, usd::occlusion, cv::overall_tint));
   }
   return Finish(std::move(target));
 }

@@ -111,6 +111,12 @@ TEST(LightCommands, ColourTemperaturePrintsSeventeenDigits) {
   EXPECT_GE(first.size(), 17u) << warm.out;  // 1.xxxxxxxxxxxxxxxx
   EXPECT_GT(Numbers(warm.out)[0], Numbers(warm.out)[2]);
 
+  // The colour matching table holds six decimals: it moves the low end of the range.
+  const auto low = Tool("light colortemp 1000 --white 6500 --normalize");
+  ASSERT_EQ(low.exit, 0) << low.out;
+  ASSERT_EQ(Numbers(low.out).size(), 3u) << low.out;
+  EXPECT_NEAR(Numbers(low.out)[1], 0.0158723, 5e-8) << low.out;
+
   const auto zero = Tool("light colortemp 0");
   EXPECT_EQ(zero.exit, 1);
   EXPECT_NE(zero.out.find("the temperature must be a positive number of kelvin"), std::string::npos) << zero.out;

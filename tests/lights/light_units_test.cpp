@@ -219,15 +219,27 @@ TEST_F(LightUnits, ConversionIsTheInverseOfTheBaseIntensity) {
 }
 
 TEST(ColourTemperature, TableAndWhitePoint) {
+  // The table holds the data set rounded to six decimals: the rows quoted for the conversion.
   EXPECT_EQ(kColourMatching.front().wavelength, 380.0);
-  EXPECT_EQ(kColourMatching.front().x, 0.0026899);  // as the data file writes them
-  EXPECT_EQ(kColourMatching.front().y, 0.0002);
-  EXPECT_EQ(kColourMatching.front().z, 0.01226);
+  EXPECT_EQ(kColourMatching.front().x, 0.002690);
+  EXPECT_EQ(kColourMatching.front().y, 0.000200);
+  EXPECT_EQ(kColourMatching.front().z, 0.012260);
   EXPECT_EQ(kColourMatching[40].wavelength, 580.0);
   EXPECT_EQ(kColourMatching[40].x, 0.91635);
   EXPECT_EQ(kColourMatching[40].y, 0.870);
-  EXPECT_NEAR(kColourMatching[40].z, 0.001807, 5e-7);
+  EXPECT_EQ(kColourMatching[40].z, 0.001807);
+  // Half-way values round up.
+  EXPECT_EQ(kColourMatching[1].x, 0.005311);
+  EXPECT_EQ(kColourMatching[25].x, 0.002322);
   EXPECT_EQ(kColourMatching.back().wavelength, 825.0);
+  for (const auto& row : kColourMatching) {
+    for (const double v : {row.x, row.y, row.z}) {
+      const double micro = v * 1e6;
+      EXPECT_NEAR(micro, std::round(micro), 1e-6) << row.wavelength << " nm: " << v << " has more than six decimals";
+    }
+  }
+  // What the rounding moves at the low end.
+  EXPECT_NEAR(ComputeColorTemperatureRGB(1000, true, 6500).g, 0.0158723, 5e-8);
 
   // A temperature against a white of the same temperature is D65 white.
   for (const double t : {6500.0, 3000.0}) {

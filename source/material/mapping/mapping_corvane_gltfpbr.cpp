@@ -22,12 +22,9 @@ namespace {
 
 constexpr double kOneThird = 0.3333333333333333;
 
-// glTF roles under which the export files its textures.
-constexpr std::string_view kRoleBaseColor = "baseColorTexture";
-constexpr std::string_view kRoleOpacity = "opacity";
-constexpr std::string_view kRoleMetalRoughness = "metallicRoughnessTexture";
-constexpr std::string_view kRoleRoughness = "roughness";
-constexpr std::string_view kRoleOcclusion = "occlusionTexture";
+namespace cv = vex::ports::corvane;
+namespace gltf = vex::ports::gltf;
+constexpr std::string_view kBlend = gltf::values::alphaMode::BLEND;
 
 /// Equality of two doubles as the renderer's parameter code has it: bit patterns (as 64-bit
 /// integers) less than 8 apart. -0.0 is far from 0.0 under this rule.
@@ -40,105 +37,96 @@ bool BitsEqual(double a, double b) {
   return diff < 8;
 }
 
-vex::Result<void> Collect(CollectedTextures& collected, std::string_view source, std::string_view role,
-                          const vex::TextureBuffer& texture) {
-  try {
-    collected.insert_or_assign(std::string(source), FileTexture(source, role, texture));
-  } catch (const std::bad_alloc&) {
-    return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
-  }
-  return {};
-}
-
 // --- export: Corvane to glTF ------------------------------------------------------------------
 
 vex::Result<void> ExportBaseColorAndOpacity(const vex::ParameterSet* source, vex::ParameterSet& target,
                                             CollectedTextures& collected) {
-  VEX_ASSIGN(const auto opacity, Read<vex::Color>(source, "opacity"));
-  VEX_ASSIGN(const auto transmission, Read<double>(source, "transmission_weight"));
+  VEX_ASSIGN(const auto opacity, Read<vex::Color>(source, cv::opacity));
+  VEX_ASSIGN(const auto transmission, Read<double>(source, cv::transmission_weight));
   const double opacityMean = (opacity.value.r + opacity.value.g + opacity.value.b) * kOneThird;
   double alpha = 1.0;
   if (!opacity.IsConstant()) {
-    VEX_TRY(Collect(collected, "opacity", kRoleOpacity, *opacity.texture));
-    VEX_TRY(SetConstant(target, "opacity", opacityMean));
-    VEX_TRY(SetConstant(target, "alphaMode", std::string("BLEND")));
+    VEX_TRY(Collect(collected, cv::opacity, role::kOpacity, *opacity.texture));
+    VEX_TRY(SetConstant(target, gltf::opacity, opacityMean));
+    VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(kBlend)));
   } else if (transmission.IsConstant()) {
     alpha = opacityMean;
-    if (std::abs(alpha - 1.0) > 0.0001) VEX_TRY(SetConstant(target, "alphaMode", std::string("BLEND")));
+    if (std::abs(alpha - 1.0) > 0.0001) VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(kBlend)));
   } else {
     // The combining pass inverts the texels; the constant beside them is inverted alike.
-    VEX_TRY(Collect(collected, "transmission_weight", kRoleOpacity, *transmission.texture));
-    VEX_TRY(SetConstant(target, "opacity", 1.0 - transmission.value));
-    VEX_TRY(SetConstant(target, "alphaMode", std::string("BLEND")));
+    VEX_TRY(Collect(collected, cv::transmission_weight, role::kOpacity, *transmission.texture));
+    VEX_TRY(SetConstant(target, gltf::opacity, 1.0 - transmission.value));
+    VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(kBlend)));
   }
 
-  VEX_ASSIGN(const auto diffuseWeight, Read<double>(source, "diffuse_weight"));
+  VEX_ASSIGN(const auto diffuseWeight, Read<double>(source, cv::diffuse_weight));
   const double w = diffuseWeight.IsConstant() ? diffuseWeight.value : 1.0;
-  VEX_ASSIGN(const auto diffuse, Read<vex::Color>(source, "diffuse_color"));
+  VEX_ASSIGN(const auto diffuse, Read<vex::Color>(source, cv::diffuse_color));
   const vex::Color& c = diffuse.value;
-  if (diffuse.IsConstant()) return SetConstant(target, "baseColorFactor", vex::ColorA{w * c.r, w * c.g, w * c.b, alpha});
-  VEX_TRY(Collect(collected, "diffuse_color", kRoleBaseColor, *diffuse.texture));
-  VEX_TRY(SetConstant(target, "baseColorTexture", vex::ColorA{c.r, c.g, c.b, 1.0}));
-  return SetConstant(target, "baseColorFactor", vex::ColorA{w, w, w, alpha});
+  if (diffuse.IsConstant())
+    return SetConstant(target, gltf::baseColorFactor, vex::ColorA{w * c.r, w * c.g, w * c.b, alpha});
+  VEX_TRY(Collect(collected, cv::diffuse_color, role::kBaseColor, *diffuse.texture));
+  VEX_TRY(SetConstant(target, gltf::baseColorTexture, vex::ColorA{c.r, c.g, c.b, 1.0}));
+  return SetConstant(target, gltf::baseColorFactor, vex::ColorA{w, w, w, alpha});
 }
 
 vex::Result<void> ExportMetalnessAndRoughness(const vex::ParameterSet* source, vex::ParameterSet& target,
                                               CollectedTextures& collected) {
-  VEX_ASSIGN(const auto fresnel, Read<std::string>(source, "fresnel_type"));
+  VEX_ASSIGN(const auto fresnel, Read<std::string>(source, cv::fresnel_type));
   bool metalTextured = false;
-  if (fresnel.value == "metalness") {
-    VEX_ASSIGN(const auto metal, Read<double>(source, "metalness"));
+  if (fresnel.value == cv::values::fresnel_type::metalness) {
+    VEX_ASSIGN(const auto metal, Read<double>(source, cv::metalness));
     if (metal.IsConstant()) {
-      VEX_TRY(SetConstant(target, "metallicFactor", metal.value));
+      VEX_TRY(SetConstant(target, gltf::metallicFactor, metal.value));
     } else {
-      VEX_TRY(Collect(collected, "metalness", kRoleMetalRoughness, *metal.texture));
+      VEX_TRY(Collect(collected, cv::metalness, role::kMetalRoughness, *metal.texture));
       metalTextured = true;
     }
   } else {
-    VEX_TRY(SetConstant(target, "metallicFactor", 0.0));
+    VEX_TRY(SetConstant(target, gltf::metallicFactor, 0.0));
   }
 
-  VEX_ASSIGN(const auto reflection, Read<double>(source, "reflection_weight"));
+  VEX_ASSIGN(const auto reflection, Read<double>(source, cv::reflection_weight));
   if (reflection.IsConstant() && BitsEqual(reflection.value, 0.0)) return {};
 
-  VEX_ASSIGN(const auto roughness, Read<double>(source, "reflection_roughness"));
-  if (roughness.IsConstant()) return SetConstant(target, "roughnessFactor", roughness.value);
-  VEX_TRY(SetConstant(target, "roughnessFactor", 1.0));
-  return Collect(collected, "reflection_roughness", metalTextured ? kRoleRoughness : kRoleMetalRoughness,
+  VEX_ASSIGN(const auto roughness, Read<double>(source, cv::reflection_roughness));
+  if (roughness.IsConstant()) return SetConstant(target, gltf::roughnessFactor, roughness.value);
+  VEX_TRY(SetConstant(target, gltf::roughnessFactor, 1.0));
+  return Collect(collected, cv::reflection_roughness, metalTextured ? role::kRoughness : role::kMetalRoughness,
                  *roughness.texture);
 }
 
 vex::Result<void> ExportEmissionNormalOcclusion(const vex::ParameterSet* source, vex::ParameterSet& target,
                                                 CollectedTextures& collected) {
-  VEX_ASSIGN(const auto emissionWeight, Read<double>(source, "emission_weight"));
+  VEX_ASSIGN(const auto emissionWeight, Read<double>(source, cv::emission_weight));
   if (emissionWeight.IsConstant()) {
     const double w = std::clamp(emissionWeight.value, 0.0, 1.0);
-    VEX_ASSIGN(const auto emission, Read<vex::Color>(source, "emission_color"));
+    VEX_ASSIGN(const auto emission, Read<vex::Color>(source, cv::emission_color));
     const vex::Color& c = emission.value;
     if (emission.IsConstant()) {
-      VEX_TRY(SetConstant(target, "emissiveFactor", vex::Color{w * c.r, w * c.g, w * c.b}));
+      VEX_TRY(SetConstant(target, gltf::emissiveFactor, vex::Color{w * c.r, w * c.g, w * c.b}));
     } else {
-      VEX_TRY(Collect(collected, "emission_color", "emissiveTexture", *emission.texture));
-      VEX_TRY(SetConstant(target, "emissiveFactor", vex::Color{w, w, w}));
+      VEX_TRY(Collect(collected, cv::emission_color, role::kEmissive, *emission.texture));
+      VEX_TRY(SetConstant(target, gltf::emissiveFactor, vex::Color{w, w, w}));
     }
   }
 
-  VEX_ASSIGN(const auto normalSpace, Read<std::string>(source, "normal_space"));
-  if (normalSpace.value == "space_rgb_tangent") {
-    VEX_ASSIGN(const auto normalWeight, Read<double>(source, "overall_normal_weight"));
-    VEX_TRY(SetConstant(target, "normalScale", normalWeight.value));
+  VEX_ASSIGN(const auto normalSpace, Read<std::string>(source, cv::normal_space));
+  if (normalSpace.value == cv::values::normal_space::space_rgb_tangent) {
+    VEX_ASSIGN(const auto normalWeight, Read<double>(source, cv::overall_normal_weight));
+    VEX_TRY(SetConstant(target, gltf::normalScale, normalWeight.value));
     if (normalWeight.value > 0.0) {
-      VEX_ASSIGN(const auto normal, Read<vex::Color>(source, "overall_normal"));
-      if (!normal.IsConstant()) VEX_TRY(Collect(collected, "overall_normal", "normalTexture", *normal.texture));
+      VEX_ASSIGN(const auto normal, Read<vex::Color>(source, cv::overall_normal));
+      if (!normal.IsConstant()) VEX_TRY(Collect(collected, cv::overall_normal, role::kNormal, *normal.texture));
     }
   } else {
     VEX_DIAGNOSTIC("Corvane Material Export: Normal maps can only be exported in tangent space");
   }
 
-  VEX_ASSIGN(const auto tint, Read<vex::Color>(source, "overall_tint"));
+  VEX_ASSIGN(const auto tint, Read<vex::Color>(source, cv::overall_tint));
   if (tint.IsConstant()) return {};
-  VEX_TRY(Collect(collected, "overall_tint", kRoleOcclusion, *tint.texture));
-  return SetConstant(target, "occlusionStrength", 1.0);
+  VEX_TRY(Collect(collected, cv::overall_tint, role::kOcclusion, *tint.texture));
+  return SetConstant(target, gltf::occlusionStrength, 1.0);
 }
 
 vex::Result<vex::MappingOutput> ExportToGltf(const vex::ParameterSet* source) {
@@ -187,63 +175,69 @@ vex::Result<vex::MappingOutput> ImportFromGltf(const vex::ParameterSet* source) 
   vex::ParameterSet& t = *target;
 
   // Base colour: the factor stays as the constant beside the texture, where it tints it.
-  VEX_ASSIGN(const auto baseFactor, Read<vex::ColorA>(source, "baseColorFactor"));
+  VEX_ASSIGN(const auto baseFactor, Read<vex::ColorA>(source, gltf::baseColorFactor));
   const vex::ColorA& f = baseFactor.value;
-  const auto baseTexture = TextureOf(*source, "baseColorTexture");
+  const auto baseTexture = TextureOf(*source, gltf::baseColorTexture);
   const vex::Color baseColor{f.r, f.g, f.b};
   if (baseTexture) {
-    VEX_TRY(Set(t, "diffuse_color", ImportedTexture(vex::PackedConstantParameter(baseColor), *baseTexture, "sRGB", {}, 1.0)));
+    VEX_TRY(Set(t, cv::diffuse_color,
+                ImportedTexture(vex::PackedConstantParameter(baseColor), *baseTexture, "sRGB", {}, 1.0)));
   } else {
-    VEX_TRY(SetConstant(t, "diffuse_color", baseColor));
+    VEX_TRY(SetConstant(t, cv::diffuse_color, baseColor));
   }
 
-  // Opacity: glTF keeps it in the alpha of the base colour.
-  VEX_ASSIGN(const auto alphaMode, Read<std::string>(source, "alphaMode"));
-  if (alphaMode.value == "BLEND") {
+  // Opacity: glTF keeps it in the alpha of the base colour. "MASK" is reported and then treated
+  // as if the set gave no alpha mode: the bundle's default decides.
+  VEX_ASSIGN(auto alphaMode, Read<std::string>(source, gltf::alphaMode));
+  if (alphaMode.value == gltf::values::alphaMode::MASK) {
+    VEX_DIAGNOSTIC("AlphaMode == MASK is not implemented yet!");
+    const vex::ParameterSet* defaults = BundleDefaults(source->GetBundle());
+    const vex::Parameter* absent = defaults ? defaults->Find(gltf::alphaMode) : nullptr;
+    VEX_ASSIGN(alphaMode.value, vex::GetTypedConstant<std::string>(absent));
+  }
+  if (alphaMode.value == gltf::values::alphaMode::BLEND) {
     const vex::Color alpha{f.a, f.a, f.a};
     if (baseTexture) {
       // glTF stores alpha linearly whatever the colour channels' encoding: the opacity reads it raw.
-      VEX_TRY(Set(t, "opacity", ImportedTexture(vex::PackedConstantParameter(alpha), *baseTexture, "raw", "a", f.a)));
+      VEX_TRY(Set(t, cv::opacity, ImportedTexture(vex::PackedConstantParameter(alpha), *baseTexture, "raw", "a", f.a)));
     } else {
-      VEX_TRY(SetConstant(t, "opacity", alpha));
+      VEX_TRY(SetConstant(t, cv::opacity, alpha));
     }
-  } else if (alphaMode.value == "OPAQUE") {
+  } else if (alphaMode.value == gltf::values::alphaMode::OPAQUE) {
     vex::Parameter opaque = vex::Parameter::Constant(vex::Color{1.0, 1.0, 1.0});
     opaque.properties.Set("mute", true);
-    VEX_TRY(Set(t, "opacity", std::move(opaque)));
-  } else if (alphaMode.value == "MASK") {
-    VEX_DIAGNOSTIC("AlphaMode == MASK is not implemented yet!");
+    VEX_TRY(Set(t, cv::opacity, std::move(opaque)));
   }
 
   // Roughness in green, metal in blue of the one packed texture. glTF's metal factor means
-  // something to the renderer only in its metalness Fresnel mode, so that mode comes with it.
-  const auto metalRoughness = TextureOf(*source, "metallicRoughnessTexture");
-  VEX_TRY(ImportScalar(source, t, "roughnessFactor", metalRoughness, "g", "reflection_roughness"));
-  VEX_TRY(SetConstant(t, "fresnel_type", std::string("metalness")));
-  VEX_TRY(ImportScalar(source, t, "metallicFactor", metalRoughness, "b", "metalness"));
+  // something to the renderer only in its metalness Fresnel mode, which is the Corvane bundle's
+  // default: the imported set needs no Fresnel port of its own.
+  const auto metalRoughness = TextureOf(*source, gltf::metallicRoughnessTexture);
+  VEX_TRY(ImportScalar(source, t, gltf::roughnessFactor, metalRoughness, "g", cv::reflection_roughness));
+  VEX_TRY(ImportScalar(source, t, gltf::metallicFactor, metalRoughness, "b", cv::metalness));
 
-  VEX_ASSIGN(const auto normalScale, Read<double>(source, "normalScale"));
-  if (const auto normal = TextureOf(*source, "normalTexture")) {
+  VEX_ASSIGN(const auto normalScale, Read<double>(source, gltf::normalScale));
+  if (const auto normal = TextureOf(*source, gltf::normalTexture)) {
     // The scale is the normal weight below; scaling the encoded vectors as well would tilt them.
-    VEX_TRY(Set(t, "overall_normal", ImportedTexture(vex::PackedConstantParameter(vex::Color{0.5, 0.5, 1.0}),
+    VEX_TRY(Set(t, cv::overall_normal, ImportedTexture(vex::PackedConstantParameter(vex::Color{0.5, 0.5, 1.0}),
                                                      *normal, "raw", {}, 1.0)));
   }
-  VEX_TRY(SetConstant(t, "overall_normal_weight", normalScale.value));
+  VEX_TRY(SetConstant(t, cv::overall_normal_weight, normalScale.value));
 
-  VEX_ASSIGN(const auto occlusionStrength, Read<double>(source, "occlusionStrength"));
-  if (const auto occlusion = TextureOf(*source, "occlusionTexture")) {
-    VEX_TRY(Set(t, "overall_tint", ImportedTexture(vex::PackedConstantParameter(vex::Color{1.0, 1.0, 1.0}),
+  VEX_ASSIGN(const auto occlusionStrength, Read<double>(source, gltf::occlusionStrength));
+  if (const auto occlusion = TextureOf(*source, gltf::occlusionTexture)) {
+    VEX_TRY(Set(t, cv::overall_tint, ImportedTexture(vex::PackedConstantParameter(vex::Color{1.0, 1.0, 1.0}),
                                                    *occlusion, "raw", "r", occlusionStrength.value)));
   }
 
-  VEX_ASSIGN(const auto emissiveFactor, Read<vex::Color>(source, "emissiveFactor"));
-  if (const auto emissive = TextureOf(*source, "emissiveTexture")) {
-    VEX_TRY(Set(t, "emission_color",
+  VEX_ASSIGN(const auto emissiveFactor, Read<vex::Color>(source, gltf::emissiveFactor));
+  if (const auto emissive = TextureOf(*source, gltf::emissiveTexture)) {
+    VEX_TRY(Set(t, cv::emission_color,
                 ImportedTexture(vex::PackedConstantParameter(emissiveFactor.value), *emissive, "sRGB", {}, 1.0)));
   } else {
-    VEX_TRY(SetConstant(t, "emission_color", emissiveFactor.value));
+    VEX_TRY(SetConstant(t, cv::emission_color, emissiveFactor.value));
   }
-  VEX_TRY(SetConstant(t, "emission_weight", 1.0));
+  VEX_TRY(SetConstant(t, cv::emission_weight, 1.0));
   return vex::MappingOutput{std::move(target), {}};
 }
 
@@ -280,12 +274,12 @@ vex::Result<void> CombineTextures(CollectedTextures& collected, vex::ParameterSe
   for (const auto& [source, entry] : collected) {
     const auto* buffer = entry.texture.Get<vex::TextureBuffer>();
     if (buffer == nullptr) return VEX_FAIL(vex::ErrorKind::WrongDataType, std::string(vex::kInvalidTypedConstant));
-    if (entry.source == "transmission_weight") transmission = buffer;
-    if (entry.role == kRoleBaseColor) baseColor = buffer;
-    else if (entry.role == kRoleOpacity) opacity = buffer;
-    else if (entry.role == kRoleMetalRoughness) metal = buffer;
-    else if (entry.role == kRoleRoughness) roughness = buffer;
-    else if (entry.role == kRoleOcclusion) occlusion = buffer;
+    if (entry.source == cv::transmission_weight) transmission = buffer;
+    if (entry.role == role::kBaseColor) baseColor = buffer;
+    else if (entry.role == role::kOpacity) opacity = buffer;
+    else if (entry.role == role::kMetalRoughness) metal = buffer;
+    else if (entry.role == role::kRoughness) roughness = buffer;
+    else if (entry.role == role::kOcclusion) occlusion = buffer;
     else VEX_TRY(StoreTexture(target, entry.role, *buffer));
   }
 
@@ -328,12 +322,12 @@ vex::Result<void> CombineTextures(CollectedTextures& collected, vex::ParameterSe
 
   if (opacity != nullptr && baseColor != nullptr) {
     VEX_TRY(OpacityIntoAlpha(*bcPixels, *opPixels));
-    VEX_TRY(StoreTexture(target, kRoleBaseColor, *baseColor));
+    VEX_TRY(StoreTexture(target, role::kBaseColor, *baseColor));
   } else if (opacity != nullptr) {
     VEX_TRY(WhiteWithMeanAlpha(*opPixels));
-    VEX_TRY(StoreTexture(target, kRoleBaseColor, *opacity));
+    VEX_TRY(StoreTexture(target, role::kBaseColor, *opacity));
   } else if (baseColor != nullptr) {
-    VEX_TRY(StoreTexture(target, kRoleBaseColor, *baseColor));
+    VEX_TRY(StoreTexture(target, role::kBaseColor, *baseColor));
   }
 
   if (metal != nullptr) {
@@ -341,12 +335,12 @@ vex::Result<void> CombineTextures(CollectedTextures& collected, vex::ParameterSe
     // it came from roughness or from metalness.
     if (roughness != nullptr) VEX_TRY(MetalRoughness(*metPixels, *roughPixels));
     else VEX_TRY(GreenAsRoughness(*metPixels));
-    VEX_TRY(StoreTexture(target, kRoleMetalRoughness, *metal));
+    VEX_TRY(StoreTexture(target, role::kMetalRoughness, *metal));
   }
 
   if (occlusion != nullptr) {
     VEX_TRY(Occlusion(*occlPixels));
-    VEX_TRY(StoreTexture(target, kRoleOcclusion, *occlusion));
+    VEX_TRY(StoreTexture(target, role::kOcclusion, *occlusion));
   }
 
   collected.clear();

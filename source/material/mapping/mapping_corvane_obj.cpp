@@ -8,6 +8,9 @@
 namespace interop::mapping {
 namespace {
 
+namespace cv = vex::ports::corvane;
+namespace obj = vex::ports::obj;
+
 constexpr double kOneThird = 0.3333333333333333;
 
 /// A constant goes over as it is; a texture is stored under the target with the constant beside it.
@@ -31,9 +34,9 @@ vex::Result<void> WeightedColor(const vex::ParameterSet* source, vex::ParameterS
 }
 
 vex::Result<void> OpacityMean(const vex::ParameterSet* source, vex::ParameterSet& target) {
-  VEX_ASSIGN(const auto opacity, Read<vex::Color>(source, "opacity"));
+  VEX_ASSIGN(const auto opacity, Read<vex::Color>(source, cv::opacity));
   const vex::Color& c = opacity.value;
-  return SetValue(target, "opacity", (c.r + c.g + c.b) * kOneThird, opacity.texture);
+  return SetValue(target, obj::opacity, (c.r + c.g + c.b) * kOneThird, opacity.texture);
 }
 
 class CorvaneToObj final : public MappingBase {
@@ -44,18 +47,18 @@ class CorvaneToObj final : public MappingBase {
     const vex::ParameterSet* source = sourceRef.get();
     VEX_ASSIGN(auto target, MakeTarget(vex::bundle::kObj));
     vex::ParameterSet& t = *target;
-    VEX_TRY(WeightedColor(source, t, "diffuse_color", "diffuse_weight", "diffuse_color"));
+    VEX_TRY(WeightedColor(source, t, cv::diffuse_color, cv::diffuse_weight, obj::diffuse_color));
     // Metalness goes over whatever the Fresnel mode.
-    VEX_TRY(Unchanged<double>(source, t, "metalness", "metallic"));
-    VEX_TRY(WeightedColor(source, t, "reflection_color", "reflection_weight", "specular_color"));
-    VEX_TRY(Unchanged<double>(source, t, "reflection_roughness", "roughness"));
-    VEX_TRY(Unchanged<double>(source, t, "reflection_aniso", "anisotropy"));
-    VEX_TRY(Unchanged<double>(source, t, "reflection_aniso_rot", "anisotropy_rotation"));
-    VEX_TRY(Unchanged<vex::Color>(source, t, "transmission_color", "transmission_color"));
-    VEX_TRY(Unchanged<double>(source, t, "transmission_ior", "transmission_ior"));
+    VEX_TRY(Unchanged<double>(source, t, cv::metalness, obj::metallic));
+    VEX_TRY(WeightedColor(source, t, cv::reflection_color, cv::reflection_weight, obj::specular_color));
+    VEX_TRY(Unchanged<double>(source, t, cv::reflection_roughness, obj::roughness));
+    VEX_TRY(Unchanged<double>(source, t, cv::reflection_aniso, obj::anisotropy));
+    VEX_TRY(Unchanged<double>(source, t, cv::reflection_aniso_rot, obj::anisotropy_rotation));
+    VEX_TRY(Unchanged<vex::Color>(source, t, cv::transmission_color, obj::transmission_color));
+    VEX_TRY(Unchanged<double>(source, t, cv::transmission_ior, obj::transmission_ior));
     VEX_TRY(OpacityMean(source, t));
-    VEX_TRY(Unchanged<vex::Color>(source, t, "overall_normal", "normal_map"));
-    VEX_TRY(WeightedColor(source, t, "emission_color", "emission_weight", "emissive_color"));
+    VEX_TRY(Unchanged<vex::Color>(source, t, cv::overall_normal, obj::normal_map));
+    VEX_TRY(WeightedColor(source, t, cv::emission_color, cv::emission_weight, obj::emissive_color));
     return vex::MappingOutput{std::move(target), {}};
   }
 };

@@ -17,9 +17,14 @@
 namespace interop::mapping {
 namespace {
 
+namespace cv = vex::ports::corvane;
+namespace usd = vex::ports::usdpreviewsurface;
+
 constexpr double kOneThird = 0.3333333333333333;
-constexpr std::string_view kTransmission = "transmission_weight";
-constexpr std::string_view kRoleOpacity = "opacity";
+constexpr std::string_view kTransmission = cv::transmission_weight;
+// Opacity and transmission textures are filed under the opacity port, which the pixel pass turns
+// them into.
+constexpr std::string_view kRoleOpacity = usd::opacity;
 
 struct UsdFiledTexture {
   std::string_view source;
@@ -67,78 +72,78 @@ vex::Vector3d NormalVector(const vex::Color& c) {
 }
 
 vex::Result<void> Opacity(const vex::ParameterSet* source, vex::ParameterSet& target, UsdFiledTextures& filed) {
-  VEX_ASSIGN(const auto opacity, Read<vex::Color>(source, "opacity"));
+  VEX_ASSIGN(const auto opacity, Read<vex::Color>(source, cv::opacity));
   const vex::Color& c = opacity.value;
   const double mean = (c.r + c.g + c.b) * kOneThird;
   if (!opacity.IsConstant()) {
-    VEX_TRY(File(filed, "opacity", kRoleOpacity, *opacity.texture));
-    return SetConstant(target, "opacity", mean);
+    VEX_TRY(File(filed, cv::opacity, kRoleOpacity, *opacity.texture));
+    return SetConstant(target, usd::opacity, mean);
   }
-  if (std::min({c.r, c.g, c.b}) < 1.0) return SetConstant(target, "opacity", mean);
+  if (std::min({c.r, c.g, c.b}) < 1.0) return SetConstant(target, usd::opacity, mean);
   // Fully opaque: what lets light through is the transmission.
   VEX_ASSIGN(const auto transmission, Read<double>(source, kTransmission));
-  VEX_TRY(SetConstant(target, "opacity", 1.0 - std::clamp(transmission.value, 0.0, 1.0)));
+  VEX_TRY(SetConstant(target, usd::opacity, 1.0 - std::clamp(transmission.value, 0.0, 1.0)));
   if (!transmission.IsConstant()) VEX_TRY(File(filed, kTransmission, kRoleOpacity, *transmission.texture));
   return {};
 }
 
 vex::Result<void> MapToUsd(const vex::ParameterSet* source, vex::ParameterSet& target) {
   UsdFiledTextures filed;
-  VEX_ASSIGN(const auto reflection, Read<double>(source, "reflection_weight"));
+  VEX_ASSIGN(const auto reflection, Read<double>(source, cv::reflection_weight));
 
-  VEX_ASSIGN(const auto diffuseWeight, Read<double>(source, "diffuse_weight"));
+  VEX_ASSIGN(const auto diffuseWeight, Read<double>(source, cv::diffuse_weight));
   if (diffuseWeight.IsConstant() && diffuseWeight.value <= 0.0) {
-    VEX_TRY(SetConstant(target, "diffuseColor", kBlack));
+    VEX_TRY(SetConstant(target, usd::diffuseColor, kBlack));
   } else {
-    VEX_TRY(Transfer(source, target, filed, "diffuse_color", "diffuseColor", kWhite));
+    VEX_TRY(Transfer(source, target, filed, cv::diffuse_color, usd::diffuseColor, kWhite));
   }
 
-  VEX_ASSIGN(const auto emissionWeight, Read<double>(source, "emission_weight"));
+  VEX_ASSIGN(const auto emissionWeight, Read<double>(source, cv::emission_weight));
   if (emissionWeight.IsConstant() && emissionWeight.value <= 0.0) {
-    VEX_TRY(SetConstant(target, "emissiveColor", kBlack));
+    VEX_TRY(SetConstant(target, usd::emissiveColor, kBlack));
   } else {
-    VEX_TRY(Transfer(source, target, filed, "emission_color", "emissiveColor", kWhite));
+    VEX_TRY(Transfer(source, target, filed, cv::emission_color, usd::emissiveColor, kWhite));
   }
 
   const bool noReflection = reflection.IsConstant() && reflection.value <= 0.0;
   if (noReflection) {
-    VEX_TRY(SetConstant(target, "workflow", std::string("specular")));
-    VEX_TRY(SetConstant(target, "specularColor", kBlack));
+    VEX_TRY(SetConstant(target, usd::workflow, std::string(usd::values::workflow::specular)));
+    VEX_TRY(SetConstant(target, usd::specularColor, kBlack));
   } else {
-    VEX_TRY(Transfer(source, target, filed, "reflection_roughness", "roughness", 0.0));
+    VEX_TRY(Transfer(source, target, filed, cv::reflection_roughness, usd::roughness, 0.0));
   }
 
-  VEX_TRY(Transfer(source, target, filed, "coat_weight", "clearcoat", 1.0));
-  VEX_TRY(Transfer(source, target, filed, "coat_roughness", "clearcoatRoughness", 1.0));
-  VEX_TRY(Transfer(source, target, filed, "reflection_ior", "ior", 1.4));
+  VEX_TRY(Transfer(source, target, filed, cv::coat_weight, usd::clearcoat, 1.0));
+  VEX_TRY(Transfer(source, target, filed, cv::coat_roughness, usd::clearcoatRoughness, 1.0));
+  VEX_TRY(Transfer(source, target, filed, cv::reflection_ior, usd::ior, 1.4));
   VEX_TRY(Opacity(source, target, filed));
 
-  VEX_ASSIGN(const auto displacementSpace, Read<std::string>(source, "displacement_space"));
-  if (displacementSpace.value == "space_heightfield") {
-    VEX_TRY(Transfer(source, target, filed, "displacement_scale", "displacement", 0.0));
+  VEX_ASSIGN(const auto displacementSpace, Read<std::string>(source, cv::displacement_space));
+  if (displacementSpace.value == cv::values::displacement_space::space_heightfield) {
+    VEX_TRY(Transfer(source, target, filed, cv::displacement_scale, usd::displacement, 0.0));
   } else {
     VEX_DIAGNOSTIC("Corvane Nodes Export: Displacement maps can only be exported as heightfields");
   }
 
-  VEX_ASSIGN(const auto normalSpace, Read<std::string>(source, "normal_space"));
-  if (normalSpace.value == "space_rgb_tangent") {
-    VEX_ASSIGN(const auto normal, Read<vex::Color>(source, "overall_normal"));
-    VEX_TRY(SetConstant(target, "normal", NormalVector(normal.value)));
-    if (!normal.IsConstant()) VEX_TRY(File(filed, "overall_normal", "normal", *normal.texture));
+  VEX_ASSIGN(const auto normalSpace, Read<std::string>(source, cv::normal_space));
+  if (normalSpace.value == cv::values::normal_space::space_rgb_tangent) {
+    VEX_ASSIGN(const auto normal, Read<vex::Color>(source, cv::overall_normal));
+    VEX_TRY(SetConstant(target, usd::normal, NormalVector(normal.value)));
+    if (!normal.IsConstant()) VEX_TRY(File(filed, cv::overall_normal, usd::normal, *normal.texture));
   } else {
     VEX_DIAGNOSTIC("Corvane Nodes Export: Normal maps can only be exported in tangent space");
   }
 
   if (!noReflection) {
-    VEX_ASSIGN(const auto fresnel, Read<std::string>(source, "fresnel_type"));
-    if (fresnel.value == "metalness") {
-      VEX_TRY(SetConstant(target, "workflow", std::string("metalness")));
-      VEX_TRY(Transfer(source, target, filed, "metalness", "metallic", 1.0));
-      VEX_TRY(Transfer(source, target, filed, "reflectivity", "specularColor", kWhite));
+    VEX_ASSIGN(const auto fresnel, Read<std::string>(source, cv::fresnel_type));
+    if (fresnel.value == cv::values::fresnel_type::metalness) {
+      VEX_TRY(SetConstant(target, usd::workflow, std::string(usd::values::workflow::metalness)));
+      VEX_TRY(Transfer(source, target, filed, cv::metalness, usd::metallic, 1.0));
+      VEX_TRY(Transfer(source, target, filed, cv::reflectivity, usd::specularColor, kWhite));
     } else {
-      VEX_TRY(SetConstant(target, "workflow", std::string("specular")));
-      VEX_TRY(SetConstant(target, "metallic", 0.0));
-      VEX_TRY(Transfer(source, target, filed, "reflection_color", "specularColor", kWhite));
+      VEX_TRY(SetConstant(target, usd::workflow, std::string(usd::values::workflow::specular)));
+      VEX_TRY(SetConstant(target, usd::metallic, 0.0));
+      VEX_TRY(Transfer(source, target, filed, cv::reflection_color, usd::specularColor, kWhite));
     }
   }
 

@@ -5,8 +5,12 @@
 #include "material/mapping/mapping_import.h"
 #include "material/mapping/materialmapping.h"
 #include "vex/datatypebase.h"
+#include "vex/ports.h"
 
 namespace interop::mapping {
+
+namespace cv = vex::ports::corvane;
+namespace generic = vex::ports::generic;
 
 namespace detail {
 
@@ -37,29 +41,29 @@ vex::Result<std::shared_ptr<vex::ParameterSet>> ImportGenericToCorvane(const vex
   auto transfer = [&](std::string_view from, std::string_view to) {
     return detail::TransferToCorvane(source, *target, from, to);
   };
-  VEX_TRY(transfer("diffuseColor", "diffuse_color"));
-  VEX_TRY(transfer("diffuseFactor", "diffuse_weight"));
-  VEX_TRY(transfer("emissiveColor", "emission_color"));
-  VEX_TRY(transfer("emissiveFactor", "emission_weight"));
-  VEX_TRY(transfer("transparencyColor", "transmission_color"));
-  VEX_TRY(transfer("transparencyFactor", "transmission_weight"));
-  VEX_TRY(transfer("specularColor", "reflection_color"));
-  VEX_TRY(transfer("opacityColor", "opacity"));
-  VEX_TRY(transfer("reflectionFactor", "reflection_weight"));
+  VEX_TRY(transfer(generic::diffuseColor, cv::diffuse_color));
+  VEX_TRY(transfer(generic::diffuseFactor, cv::diffuse_weight));
+  VEX_TRY(transfer(generic::emissiveColor, cv::emission_color));
+  VEX_TRY(transfer(generic::emissiveFactor, cv::emission_weight));
+  VEX_TRY(transfer(generic::transparencyColor, cv::transmission_color));
+  VEX_TRY(transfer(generic::transparencyFactor, cv::transmission_weight));
+  VEX_TRY(transfer(generic::specularColor, cv::reflection_color));
+  VEX_TRY(transfer(generic::opacityColor, cv::opacity));
+  VEX_TRY(transfer(generic::reflectionFactor, cv::reflection_weight));
 
   double reflectionFactor = 0.0;
-  if (source.Has("reflectionFactor")) {
-    VEX_ASSIGN(reflectionFactor, vex::ReadTyped<double>(source, "reflectionFactor"));
+  if (source.Has(generic::reflectionFactor)) {
+    VEX_ASSIGN(reflectionFactor, vex::ReadTyped<double>(source, generic::reflectionFactor));
   }
   if (reflectionFactor > 0.0) {
     // A reflective material: its specular colour is the edge tint's reflectivity.
-    VEX_TRY(SetConstant(*target, "fresnel_type", std::string("color_edge_tint")));
-    VEX_TRY(transfer("specularColor", "reflectivity"));
+    VEX_TRY(SetConstant(*target, cv::fresnel_type, std::string(cv::values::fresnel_type::color_edge_tint)));
+    VEX_TRY(transfer(generic::specularColor, cv::reflectivity));
   } else {
     // The Fresnel mode stays the Corvane default: leaving the port out selects it.
-    VEX_TRY(transfer("specularFactor", "reflection_weight"));
+    VEX_TRY(transfer(generic::specularFactor, cv::reflection_weight));
   }
-  VEX_TRY(transfer("shininess", "reflection_roughness"));
+  VEX_TRY(transfer(generic::shininess, cv::reflection_roughness));
 
   VEX_TRY(target->Tag(vex::Id(vex::bundle::kCorvane)));
   return target;

@@ -9,19 +9,23 @@
 #include "material/mapping/mapping_import.h"
 #include "material/mapping/materialmapping.h"
 #include "vex/datatypebase.h"
+#include "vex/ports.h"
 
 namespace interop::mapping {
 namespace {
 
+namespace cv = vex::ports::corvane;
+namespace obj = vex::ports::obj;
+
 /// The scalar OBJ opacity as the grey Corvane opacity colour, texture and properties kept.
 vex::Result<void> OpacityToColor(const vex::ParameterSet& source, vex::ParameterSet& target) {
-  const vex::Parameter* entry = source.Find("opacity");
+  const vex::Parameter* entry = source.Find(obj::opacity);
   if (entry == nullptr) return {};
   VEX_ASSIGN(const double opacity, vex::GetTypedConstant<double>(entry));
   vex::Parameter converted = vex::Parameter::Constant(vex::Color{opacity, opacity, opacity});
   converted.texture = entry->texture;
   converted.properties = entry->properties;
-  return Set(target, "opacity", std::move(converted));
+  return Set(target, cv::opacity, std::move(converted));
 }
 
 }  // namespace
@@ -32,23 +36,23 @@ vex::Result<std::shared_ptr<vex::ParameterSet>> ImportObjToCorvane(const vex::Pa
   auto transfer = [&](std::string_view from, std::string_view to) {
     return detail::TransferToCorvane(source, *target, from, to);
   };
-  VEX_TRY(transfer("diffuse_color", "diffuse_color"));
-  if (source.Has("metallic")) {
+  VEX_TRY(transfer(obj::diffuse_color, cv::diffuse_color));
+  if (source.Has(obj::metallic)) {
     // OBJ's metallic is the metal/roughness model's: the renderer reads it in metalness mode.
-    VEX_TRY(SetConstant(*target, "fresnel_type", std::string("metalness")));
-    VEX_TRY(transfer("metallic", "metalness"));
+    VEX_TRY(SetConstant(*target, cv::fresnel_type, std::string(cv::values::fresnel_type::metalness)));
+    VEX_TRY(transfer(obj::metallic, cv::metalness));
   }
-  VEX_TRY(transfer("specular_color", "reflection_color"));
-  VEX_TRY(transfer("roughness", "reflection_roughness"));
-  VEX_TRY(transfer("anisotropy", "reflection_aniso"));
-  VEX_TRY(transfer("anisotropy_rotation", "reflection_aniso_rot"));
-  VEX_TRY(transfer("transmission_color", "transmission_color"));
-  VEX_TRY(transfer("transmission_ior", "transmission_ior"));
+  VEX_TRY(transfer(obj::specular_color, cv::reflection_color));
+  VEX_TRY(transfer(obj::roughness, cv::reflection_roughness));
+  VEX_TRY(transfer(obj::anisotropy, cv::reflection_aniso));
+  VEX_TRY(transfer(obj::anisotropy_rotation, cv::reflection_aniso_rot));
+  VEX_TRY(transfer(obj::transmission_color, cv::transmission_color));
+  VEX_TRY(transfer(obj::transmission_ior, cv::transmission_ior));
   VEX_TRY(OpacityToColor(source, *target));
-  VEX_TRY(transfer("normal_map", "overall_normal"));
-  if (source.Has("emissive_color")) {
-    VEX_TRY(transfer("emissive_color", "emission_color"));
-    VEX_TRY(SetConstant(*target, "emission_weight", 1.0));
+  VEX_TRY(transfer(obj::normal_map, cv::overall_normal));
+  if (source.Has(obj::emissive_color)) {
+    VEX_TRY(transfer(obj::emissive_color, cv::emission_color));
+    VEX_TRY(SetConstant(*target, cv::emission_weight, 1.0));
   }
   VEX_TRY(target->Tag(vex::Id(vex::bundle::kCorvane)));
   return target;

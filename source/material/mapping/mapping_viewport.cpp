@@ -12,7 +12,9 @@ MaterialType Classify(const vex::InternedId& type) {
     MaterialType kind;
   };
   static constexpr Known kKnown[] = {
-      {"constant", MaterialType::Constant}, {"metal", MaterialType::Metal}, {"dielectric", MaterialType::Dielectric}};
+      {vp::values::type::constant, MaterialType::Constant},
+      {vp::values::type::metal, MaterialType::Metal},
+      {vp::values::type::dielectric, MaterialType::Dielectric}};
   const std::uint64_t hash = type.Hash();
   for (const auto& known : kKnown) {
     if (hash != vex::HashId(known.name)) continue;
@@ -31,7 +33,7 @@ vex::Error ErrorHere(vex::ErrorKind kind, std::string message, std::source_locat
 
 vex::Result<std::optional<vex::InternedId>> Reader::ReadType() const {
   bool present = false;
-  const vex::Parameter* entry = FindWithFallback(source_, &bundle_.defaults, kType, present);
+  const vex::Parameter* entry = FindWithFallback(source_, &bundle_.defaults, vp::type, present);
   if (entry == nullptr) return std::optional<vex::InternedId>();
   VEX_ASSIGN(vex::InternedId type, vex::GetTypedConstant<vex::InternedId>(entry));
   return std::optional<vex::InternedId>(std::move(type));
@@ -79,6 +81,41 @@ vex::Result<std::optional<ChosenNormal>> ChooseNormal(Reader& in, std::initializ
   }
   if (chosen || !anyTakesPart) return chosen;
   return std::optional<ChosenNormal>(ChosenNormal{});
+}
+
+vex::Result<Opening> Open(const vex::ParameterSetRef& source, std::string_view targetBundle,
+                          std::source_location where) {
+  const auto& bundles = *vex::Host().bundles;
+  VEX_TRY(bundles.Find(targetBundle));
+  Opening open;
+  VEX_ASSIGN(open.bundle, bundles.Find(vp::kId));
+  open.source = source.get();
+  if (open.source == nullptr)
+    return std::unexpected(vex::IllegalStateCondition("parametersPtr != nullptr", vex::SourceUnit(where.file_name()),
+                                                      static_cast<int>(where.line())));
+  VEX_ASSIGN(open.target, MakeTarget(targetBundle));
+  return open;
+}
+
+Selected Select(const std::optional<vex::InternedId>& type, TypePolicy policy) {
+  if (!type) {
+    // Indexed by OnAbsentType.
+    static constexpr Selected kAbsent[] = {Selected::Reject, Selected::Dielectric, Selected::Absent};
+    return kAbsent[static_cast<std::size_t>(policy.absent)];
+  }
+  switch (Classify(*type)) {
+    case MaterialType::Constant:
+      return Selected::Constant;
+    case MaterialType::Metal:
+      return Selected::Metal;
+    case MaterialType::Unknown:
+      return policy.unknown == OnUnknownType::Reject ? Selected::Reject : Selected::Dielectric;
+    case MaterialType::Colliding:
+      // A foreign id that only looks like a known type: nothing is converted, and that is no error.
+      return Selected::Nothing;
+    default:
+      return Selected::Dielectric;
+  }
 }
 
 }  // namespace interop::mapping::viewport

@@ -1,40 +1,30 @@
-// What the four viewport-material mappings share: the port ids of the viewport
-// bundle, the dispatch on "type" (hash first, then interned identity), reads
-// that record every absent port against the target port that received its
-// value, the defaults table a run returns, and the choice of one normal out of
-// the specular and base normals.
+// What the four viewport-material mappings share: one runner (bundle lookups,
+// state check, reader, dispatch on "type" by hash first and then interned
+// identity, the defaults table a run returns, the optional dump), reads that
+// record every absent port against the target port that received its value,
+// and the choice of one normal out of the specular and base normals. Each
+// mapping brings its bodies and one dispatch policy.
 #pragma once
 
 #include <cstddef>
 #include <initializer_list>
+#include <memory>
+#include <new>
 #include <optional>
 #include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "material/mapping/configuration.h"
 #include "material/mapping/materialmapping.h"
 #include "vex/datatypebase.h"
+#include "vex/ports.h"
 
 namespace interop::mapping::viewport {
 
-// Source ports of "net.kelvo.nodespace.exchange.bundle.viewportmaterial".
-inline constexpr std::string_view kType = "type";
-inline constexpr std::string_view kBaseColor = "base.color";
-inline constexpr std::string_view kBaseColorWeight = "base.color_weight";
-inline constexpr std::string_view kBaseNormal = "base.normal";
-inline constexpr std::string_view kBaseNormalWeight = "base.normal_weight";
-inline constexpr std::string_view kSpecularColor = "specular.color";
-inline constexpr std::string_view kSpecularColorWeight = "specular.color_weight";
-inline constexpr std::string_view kSpecularRoughness = "specular.roughness";
-inline constexpr std::string_view kSpecularIor = "specular.ior";
-inline constexpr std::string_view kSpecularNormal = "specular.normal";
-inline constexpr std::string_view kSpecularNormalWeight = "specular.normal_weight";
-inline constexpr std::string_view kEmissionColor = "emission.color";
-inline constexpr std::string_view kEmissionColorWeight = "emission.color_weight";
-inline constexpr std::string_view kAlpha = "alpha";
-// The bundle spells this port with a trailing blank; the blank is part of the id.
-inline constexpr std::string_view kTransmissivity = "transmissivity ";
+// The source ports, as the viewport bundle spells them ("transmissivity " with its trailing blank).
+namespace vp = vex::ports::viewportmaterial;
 
 inline const vex::Color kBlack{0.0, 0.0, 0.0};
 
@@ -137,5 +127,149 @@ struct ChosenNormal {
 vex::Result<std::optional<ChosenNormal>> ChooseNormal(Reader& in, std::initializer_list<NormalPorts> candidates,
                                                       std::string_view targetPort,
                                                       std::source_location where = std::source_location::current());
+
+// --- the runner --------------------------------------------------------------------------------
+
+/// What a mapping does with a material that holds no type.
+enum class OnAbsentType { Reject, AsDielectric, OwnBody };
+/// What a mapping does with a type whose hash is none of the three.
+enum class OnUnknownType { Reject, AsDielectric };
+
+/// A mapping's dispatch policy. A type with the hash of a known one that is not that interned id
+/// converts nothing and succeeds under every policy; a rejected type fails with
+/// "Unknown material type".
+struct TypePolicy {
+  OnAbsentType absent;
+  OnUnknownType unknown;
+};
+
+/// The per-run state of a mapping without any of its own.
+struct NoContext {};
+
+/// What a body works on: the reads, the target set, the type it runs for (Constant, Metal,
+/// Dielectric, or Absent for an own absent-type body; an unknown type taken as a dielectric comes
+/// as Dielectric) and the mapping's own per-run state.
+template <class Context>
+struct Run {
+  Reader& in;
+  vex::ParameterSet& target;
+  MaterialType type;
+  Context& context;
+};
+
+template <class Context>
+using Body = vex::Result<void> (*)(Run<Context>&);
+
+/// The bodies a mapping brings, one per type it converts; `absent` only with OnAbsentType::OwnBody.
+template <class Context>
+struct Bodies {
+  Body<Context> constant = nullptr;
+  Body<Context> metal = nullptr;
+  Body<Context> dielectric = nullptr;
+  Body<Context> absent = nullptr;
+};
+
+/// One viewport mapping: its target bundle, policy and bodies, an optional last step run after
+/// the body (also when no body ran), the setting whose directory receives a dump of each run
+/// (empty: none), and the mapping's own place, which the runner's failures carry (the parameter
+/// check, "Unknown material type", lack of memory for the defaults table).
+template <class Context = NoContext>
+struct ViewportMapping {
+  std::string_view target;
+  TypePolicy policy;
+  Bodies<Context> bodies;
+  Body<Context> finish = nullptr;
+  std::string_view dumpSetting;
+  std::source_location where;
+};
+
+/// What the runner resolved before the body: the viewport bundle, the source set and the new,
+/// empty target set.
+struct Opening {
+  const vex::PortBundle* bundle = nullptr;
+  const vex::ParameterSet* source = nullptr;
+  std::shared_ptr<vex::ParameterSet> target;
+};
+
+/// Resolves the target bundle, then the viewport bundle, through the host's port-bundle registry
+/// (a lookup error is returned as it is), checks the source set ("Illegal state: Condition
+/// parametersPtr != nullptr not fulfilled. " at `where`) and makes the target set.
+vex::Result<Opening> Open(const vex::ParameterSetRef& source, std::string_view targetBundle,
+                          std::source_location where);
+
+/// Which body a type selects under a policy. `Nothing`: a colliding id; `Reject`: the policy
+/// refuses the type.
+enum class Selected { Constant, Metal, Dielectric, Absent, Nothing, Reject };
+Selected Select(const std::optional<vex::InternedId>& type, TypePolicy policy);
+
+/// The input of the last run started while the dump setting was set: what the dump writes.
+struct KeptInput {
+  vex::Id bundle;
+  vex::ParameterSetRef set;
+};
+
+/// One run of a viewport mapping: opening, dispatch, body, last step, defaults table, dump. Every
+/// error ends the run at once; target ports already written stay written.
+template <class Context>
+vex::Result<vex::MappingOutput> RunMapping(const vex::ParameterSetRef& source, const ViewportMapping<Context>& mapping,
+                                           KeptInput& kept) {
+  if (!mapping.dumpSetting.empty() && !SettingValue(mapping.dumpSetting).empty())
+    kept = KeptInput{vex::Id(vp::kId), source};
+  VEX_ASSIGN(Opening open, Open(source, mapping.target, mapping.where));
+  Reader in(*open.source, *open.bundle);
+  VEX_ASSIGN(const auto type, in.ReadType());
+  Context context{};
+  const Selected selected = Select(type, mapping.policy);
+  if (selected == Selected::Reject)
+    return std::unexpected(ErrorHere(vex::ErrorKind::IllegalArgument, "Unknown material type", mapping.where));
+  if (selected != Selected::Nothing) {
+    static constexpr MaterialType kRunsAs[] = {MaterialType::Constant, MaterialType::Metal, MaterialType::Dielectric,
+                                               MaterialType::Absent};
+    const Body<Context> bodies[] = {mapping.bodies.constant, mapping.bodies.metal, mapping.bodies.dielectric,
+                                    mapping.bodies.absent};
+    const auto index = static_cast<std::size_t>(selected);
+    const Body<Context> body = bodies[index];
+    VEX_CHECK_STATE(body != nullptr);
+    Run<Context> run{in, *open.target, kRunsAs[index], context};
+    VEX_TRY(body(run));
+  }
+  if (mapping.finish != nullptr) {
+    Run<Context> run{in, *open.target, MaterialType::Absent, context};
+    VEX_TRY(mapping.finish(run));
+  }
+  VEX_ASSIGN(auto defaults, in.Table(mapping.where));
+  if (!mapping.dumpSetting.empty())
+    if (const std::string directory = SettingValue(mapping.dumpSetting); !directory.empty() && kept.set != nullptr)
+      VEX_TRY(WriteMappingDump(directory, *kept.set, *open.target, kept.bundle));
+  return vex::MappingOutput{std::move(open.target), std::move(defaults)};
+}
+
+/// The mapping class of a viewport mapping: the component the mapper registry creates.
+template <class Context>
+class ViewportMappingClass final : public MappingBase {
+ public:
+  ViewportMappingClass(std::string_view classId, const ViewportMapping<Context>& mapping)
+      : MappingBase(classId, vp::kId, mapping.target), mapping_(mapping) {}
+
+  /// With the dump setting set, the run's input is kept at the start and, at the end, written
+  /// with the output into that directory; a failed write is the run's error (the output is
+  /// complete by then, but not returned).
+  vex::Result<vex::MappingOutput> MapMaterialData(const vex::ParameterSetRef& source) override {
+    return RunMapping(source, mapping_, kept_);
+  }
+
+ private:
+  const ViewportMapping<Context>& mapping_;
+  KeptInput kept_;
+};
+
+/// A new instance of the mapping class; lack of memory is reported at the mapping's place.
+template <class Context>
+vex::Result<vex::ComponentRef> MakeMapping(std::string_view classId, const ViewportMapping<Context>& mapping) {
+  auto instance = std::shared_ptr<ViewportMappingClass<Context>>(new (std::nothrow)
+                                                                     ViewportMappingClass<Context>(classId, mapping));
+  if (!instance) return std::unexpected(ErrorHere(vex::ErrorKind::OutOfMemory, "Out of memory", mapping.where));
+  return vex::ComponentRef(std::move(instance));
+}
 
 }  // namespace interop::mapping::viewport

@@ -15,164 +15,133 @@ namespace {
 
 using namespace viewport;
 
-constexpr std::string_view kRoleBaseColor = "baseColorTexture";
-constexpr std::string_view kRoleOpacity = "opacity";
-constexpr std::string_view kRoleMetalRoughness = "metallicRoughnessTexture";
-constexpr std::string_view kRoleEmissive = "emissiveTexture";
-constexpr std::string_view kRoleNormal = "normalTexture";
-
-vex::Result<void> Collect(CollectedTextures& collected, std::string_view source, std::string_view role,
-                          const vex::TextureBuffer& texture) {
-  try {
-    collected.insert_or_assign(std::string(source), FileTexture(source, role, texture));
-  } catch (const std::bad_alloc&) {
-    return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
-  }
-  return {};
-}
+namespace gltf = vex::ports::gltf;
+namespace alpha_mode = gltf::values::alphaMode;
 
 /// glTF keeps emissive factors in [0, 1]; a brighter emission goes into "emissiveStrength".
 vex::Result<void> SetEmissive(vex::ParameterSet& target, vex::Color factor) {
   const double strength = std::max({factor.r, factor.g, factor.b});
   if (strength > 1.0) {
     factor = {factor.r / strength, factor.g / strength, factor.b / strength};
-    VEX_TRY(SetConstant(target, "emissiveStrength", strength));
+    VEX_TRY(SetConstant(target, gltf::emissiveStrength, strength));
   }
-  return SetConstant(target, "emissiveFactor", factor);
+  return SetConstant(target, gltf::emissiveFactor, factor);
 }
 
 /// Emission colour times its weight; a weight of 0 or less gives black. A textured colour goes to
 /// "emissiveTexture" with the weight as its factor.
 vex::Result<void> Emission(Reader& in, vex::ParameterSet& target, CollectedTextures& collected) {
-  VEX_ASSIGN(const auto weight, in.Take<double>(kEmissionColorWeight, "emissiveFactor"));
-  VEX_ASSIGN(const auto color, in.Take<vex::Color>(kEmissionColor, "emissiveFactor"));
+  VEX_ASSIGN(const auto weight, in.Take<double>(vp::emission_color_weight, gltf::emissiveFactor));
+  VEX_ASSIGN(const auto color, in.Take<vex::Color>(vp::emission_color, gltf::emissiveFactor));
   const double w = weight.value;
-  if (!(w > 0.0)) return SetConstant(target, "emissiveFactor", kBlack);
+  if (!(w > 0.0)) return SetConstant(target, gltf::emissiveFactor, kBlack);
   if (color.IsConstant()) return SetEmissive(target, {w * color.value.r, w * color.value.g, w * color.value.b});
-  VEX_TRY(Collect(collected, kEmissionColor, kRoleEmissive, *color.texture));
+  VEX_TRY(Collect(collected, vp::emission_color, role::kEmissive, *color.texture));
   return SetEmissive(target, {w, w, w});
 }
 
-vex::Result<void> ConstantBody(Reader& in, vex::ParameterSet& target, CollectedTextures& collected) {
-  VEX_TRY(SetConstant(target, "baseColorFactor", vex::ColorA{0.0, 0.0, 0.0, 1.0}));
-  VEX_TRY(SetConstant(target, "metallicFactor", 0.0));
-  VEX_TRY(SetConstant(target, "roughnessFactor", 1.0));
-  VEX_TRY(SetConstant(target, "alphaMode", std::string("OPAQUE")));
-  return Emission(in, target, collected);
+vex::Result<void> ConstantBody(Run<CollectedTextures>& run) {
+  VEX_TRY(SetConstant(run.target, gltf::baseColorFactor, vex::ColorA{0.0, 0.0, 0.0, 1.0}));
+  VEX_TRY(SetConstant(run.target, gltf::metallicFactor, 0.0));
+  VEX_TRY(SetConstant(run.target, gltf::roughnessFactor, 1.0));
+  VEX_TRY(SetConstant(run.target, gltf::alphaMode, std::string(alpha_mode::OPAQUE)));
+  return Emission(run.in, run.target, run.context);
 }
 
 /// The opacity as the USD mapping has it: alpha clamped; a present alpha of exactly 1 hands the
 /// decision to "transmissivity ", inverted and clamped. Returns the constant opacity and whether
 /// an opacity texture was collected.
 vex::Result<std::pair<double, bool>> Opacity(Reader& in, vex::ParameterSet& target, CollectedTextures& collected) {
-  VEX_ASSIGN(const auto alpha, in.Take<double>(kAlpha, "opacity"));
+  VEX_ASSIGN(const auto alpha, in.Take<double>(vp::alpha, gltf::opacity));
   double opacity = std::clamp(alpha.value, 0.0, 1.0);
   bool textured = false;
   if (!alpha.IsConstant()) {
-    VEX_TRY(Collect(collected, kAlpha, kRoleOpacity, *alpha.texture));
+    VEX_TRY(Collect(collected, vp::alpha, role::kOpacity, *alpha.texture));
     textured = true;
   } else if (alpha.present && opacity == 1.0) {
-    VEX_ASSIGN(const auto transmissivity, in.Take<double>(kTransmissivity, "opacity"));
+    VEX_ASSIGN(const auto transmissivity, in.Take<double>(vp::transmissivity, gltf::opacity));
     opacity = 1.0 - std::clamp(transmissivity.value, 0.0, 1.0);
     if (!transmissivity.IsConstant())
       VEX_DIAGNOSTIC("Viewport Material Export: transmissivity textures are not exported to glTF");
   }
-  VEX_TRY(SetConstant(target, "opacity", opacity));
-  VEX_TRY(SetConstant(target, "alphaMode", std::string(textured || opacity < 1.0 ? "BLEND" : "OPAQUE")));
+  VEX_TRY(SetConstant(target, gltf::opacity, opacity));
+  const std::string_view mode = textured || opacity < 1.0 ? alpha_mode::BLEND : alpha_mode::OPAQUE;
+  VEX_TRY(SetConstant(target, gltf::alphaMode, std::string(mode)));
   return std::pair{opacity, textured};
 }
 
-vex::Result<void> LitBody(Reader& in, vex::ParameterSet& target, CollectedTextures& collected, bool typeHeld,
-                          bool metal) {
+/// Metal, dielectric (also an unknown type) and an absent type, which is recorded against
+/// "metallicFactor".
+vex::Result<void> LitBody(Run<CollectedTextures>& run) {
+  Reader& in = run.in;
+  vex::ParameterSet& target = run.target;
+  CollectedTextures& collected = run.context;
+  const bool metal = run.type == MaterialType::Metal;
   const double metallic = metal ? 1.0 : 0.0;
-  VEX_TRY(SetConstant(target, "metallicFactor", metallic));
-  if (!typeHeld) VEX_TRY(in.Record(kType, vex::PackedConstantParameter(metallic), "metallicFactor"));
+  VEX_TRY(SetConstant(target, gltf::metallicFactor, metallic));
+  if (run.type == MaterialType::Absent)
+    VEX_TRY(in.Record(vp::type, vex::PackedConstantParameter(metallic), gltf::metallicFactor));
 
   // Roughness is the green channel of the packed texture, scaled by the factor.
-  VEX_ASSIGN(const auto roughness, in.Take<double>(kSpecularRoughness, "roughnessFactor"));
+  VEX_ASSIGN(const auto roughness, in.Take<double>(vp::specular_roughness, gltf::roughnessFactor));
   if (roughness.IsConstant()) {
-    VEX_TRY(SetConstant(target, "roughnessFactor", roughness.value));
+    VEX_TRY(SetConstant(target, gltf::roughnessFactor, roughness.value));
   } else {
-    VEX_TRY(SetConstant(target, "roughnessFactor", 1.0));
-    VEX_TRY(Collect(collected, kSpecularRoughness, kRoleMetalRoughness, *roughness.texture));
+    VEX_TRY(SetConstant(target, gltf::roughnessFactor, 1.0));
+    VEX_TRY(Collect(collected, vp::specular_roughness, role::kMetalRoughness, *roughness.texture));
   }
 
   VEX_ASSIGN(const auto opacity, Opacity(in, target, collected));
   // A textured opacity lands in the base colour texture's alpha; the factor's alpha stays 1 then.
   const double a = opacity.second ? 1.0 : opacity.first;
-  VEX_ASSIGN(const auto weight, in.Take<double>(kBaseColorWeight, "baseColorFactor"));
-  VEX_ASSIGN(const auto color, in.Take<vex::Color>(kBaseColor, "baseColorFactor"));
+  VEX_ASSIGN(const auto weight, in.Take<double>(vp::base_color_weight, gltf::baseColorFactor));
+  VEX_ASSIGN(const auto color, in.Take<vex::Color>(vp::base_color, gltf::baseColorFactor));
   const double w = weight.value;
   if (color.IsConstant()) {
     const vex::Color& c = color.value;
-    VEX_TRY(SetConstant(target, "baseColorFactor", vex::ColorA{w * c.r, w * c.g, w * c.b, a}));
+    VEX_TRY(SetConstant(target, gltf::baseColorFactor, vex::ColorA{w * c.r, w * c.g, w * c.b, a}));
   } else {
-    VEX_TRY(Collect(collected, kBaseColor, kRoleBaseColor, *color.texture));
-    VEX_TRY(SetConstant(target, "baseColorFactor", vex::ColorA{w, w, w, a}));
+    VEX_TRY(Collect(collected, vp::base_color, role::kBaseColor, *color.texture));
+    VEX_TRY(SetConstant(target, gltf::baseColorFactor, vex::ColorA{w, w, w, a}));
   }
 
   // The viewport bundle's emission defaults (white at weight 1) describe an unlit colour, not a
   // glow: a lit material emits only when it sets one of its emission ports itself.
-  VEX_ASSIGN(const auto emissionWeight, in.Read<double>(kEmissionColorWeight));
-  VEX_ASSIGN(const auto emissionColor, in.Read<vex::Color>(kEmissionColor));
+  VEX_ASSIGN(const auto emissionWeight, in.Read<double>(vp::emission_color_weight));
+  VEX_ASSIGN(const auto emissionColor, in.Read<vex::Color>(vp::emission_color));
   if (emissionWeight.present || emissionColor.present) VEX_TRY(Emission(in, target, collected));
 
   // glTF has one normal texture and no constant normal: a chosen constant normal is not written.
   std::optional<ChosenNormal> normal;
   if (metal) {
-    VEX_ASSIGN(normal, ChooseNormal(in, {{kSpecularNormal, kSpecularNormalWeight}}, "normalTexture"));
+    VEX_ASSIGN(normal, ChooseNormal(in, {{vp::specular_normal, vp::specular_normal_weight}}, gltf::normalTexture));
   } else {
-    VEX_ASSIGN(normal, ChooseNormal(in, {{kSpecularNormal, kSpecularNormalWeight}, {kBaseNormal, kBaseNormalWeight}},
-                                    "normalTexture"));
+    VEX_ASSIGN(normal, ChooseNormal(in,
+                                    {{vp::specular_normal, vp::specular_normal_weight},
+                                     {vp::base_normal, vp::base_normal_weight}},
+                                    gltf::normalTexture));
   }
   if (normal && !normal->normal.IsConstant()) {
-    VEX_TRY(Collect(collected, normal->port, kRoleNormal, *normal->normal.texture));
-    VEX_TRY(SetConstant(target, "normalScale", normal->weight));
+    VEX_TRY(Collect(collected, normal->port, role::kNormal, *normal->normal.texture));
+    VEX_TRY(SetConstant(target, gltf::normalScale, normal->weight));
   }
   return {};
 }
 
-class ViewportToGltfPbr final : public MappingBase {
- public:
-  ViewportToGltfPbr() : MappingBase(classid::kViewportToGltfPbr, vex::bundle::kViewport, vex::bundle::kGltf) {}
+/// The collected textures are packed after the body, also when no body ran.
+vex::Result<void> PackTextures(Run<CollectedTextures>& run) { return CombineTextures(run.context, run.target); }
 
-  vex::Result<vex::MappingOutput> MapMaterialData(const vex::ParameterSetRef& source) override {
-    const auto& bundles = *vex::Host().bundles;
-    VEX_TRY(bundles.Find(vex::bundle::kGltf));
-    VEX_ASSIGN(const vex::PortBundle* sourceBundle, bundles.Find(vex::bundle::kViewport));
-    const vex::ParameterSet* parametersPtr = source.get();
-    VEX_CHECK_STATE(parametersPtr != nullptr);
-
-    VEX_ASSIGN(auto target, MakeTarget(vex::bundle::kGltf));
-    Reader in(*parametersPtr, *sourceBundle);
-    CollectedTextures collected;
-    VEX_ASSIGN(const auto type, in.ReadType());
-    switch (type ? Classify(*type) : MaterialType::Absent) {
-      case MaterialType::Constant:
-        VEX_TRY(ConstantBody(in, *target, collected));
-        break;
-      case MaterialType::Metal:
-        VEX_TRY(LitBody(in, *target, collected, true, true));
-        break;
-      case MaterialType::Dielectric:
-      case MaterialType::Unknown:
-        VEX_TRY(LitBody(in, *target, collected, true, false));
-        break;
-      case MaterialType::Absent:
-        VEX_TRY(LitBody(in, *target, collected, false, false));
-        break;
-      case MaterialType::Colliding:
-        // A foreign id that only looks like a known type: nothing is converted, and that is no error.
-        break;
-    }
-    VEX_TRY(CombineTextures(collected, *target));
-    VEX_ASSIGN(auto defaults, in.Table());
-    return vex::MappingOutput{std::move(target), std::move(defaults)};
-  }
-};
+// Dispatch as the USD mapping's: an unknown type converts as a dielectric, an absent one has its
+// own run of the lit body.
+const ViewportMapping<CollectedTextures> kGltfPbr{
+    .target = gltf::kId,
+    .policy = {.absent = OnAbsentType::OwnBody, .unknown = OnUnknownType::AsDielectric},
+    .bodies = {.constant = ConstantBody, .metal = LitBody, .dielectric = LitBody, .absent = LitBody},
+    .finish = PackTextures,
+    .where = std::source_location::current()};
 
 }  // namespace
 
-vex::Result<vex::ComponentRef> CreateViewportToGltfPbr() { return vex::MakeComponent<ViewportToGltfPbr>(); }
+vex::Result<vex::ComponentRef> CreateViewportToGltfPbr() { return MakeMapping(classid::kViewportToGltfPbr, kGltfPbr); }
 
 }  // namespace interop::mapping

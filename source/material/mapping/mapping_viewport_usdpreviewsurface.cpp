@@ -13,96 +13,70 @@ namespace interop::mapping {
 namespace {
 
 using namespace viewport;
+namespace usd = vex::ports::usdpreviewsurface;
 
-// The index-of-refraction port, named as the Corvane-to-USD mapping names it.
-constexpr std::string_view kIor = "ior";
+namespace workflow = usd::values::workflow;
 
 /// The output receives the colour (with its texture) when the weight is greater than 0, else
-/// black. Absent ports are recorded against the output.
+/// black. An absent colour is recorded against the output; the weight only gates and is read
+/// without being recorded.
 vex::Result<void> WeightedColor(Reader& in, vex::ParameterSet& target, std::string_view weightPort,
                                 std::string_view colorPort, std::string_view output) {
-  VEX_ASSIGN(const auto weight, in.Take<double>(weightPort, output));
+  VEX_ASSIGN(const auto weight, in.Read<double>(weightPort));
   VEX_ASSIGN(const auto color, in.Take<vex::Color>(colorPort, output));
   if (weight.value > 0.0) return SetValue(target, output, color.value, color.texture);
   return SetConstant(target, output, kBlack);
 }
 
-vex::Result<void> ConstantBody(Reader& in, vex::ParameterSet& target) {
-  VEX_TRY(WeightedColor(in, target, kEmissionColorWeight, kEmissionColor, "emissiveColor"));
-  return SetConstant(target, "workflow", std::string("specular"));
+vex::Result<void> ConstantBody(Run<NoContext>& run) {
+  VEX_TRY(WeightedColor(run.in, run.target, vp::emission_color_weight, vp::emission_color, usd::emissiveColor));
+  return SetConstant(run.target, usd::workflow, std::string(workflow::specular));
 }
 
 /// Opacity from alpha, clamped; only a present alpha of exactly 1 after clamping hands the
 /// decision to "transmissivity ", inverted and clamped.
 vex::Result<void> Opacity(Reader& in, vex::ParameterSet& target) {
-  VEX_ASSIGN(const auto alpha, in.Take<double>(kAlpha, "opacity"));
+  VEX_ASSIGN(const auto alpha, in.Take<double>(vp::alpha, usd::opacity));
   const double opacity = std::clamp(alpha.value, 0.0, 1.0);
-  VEX_TRY(SetValue(target, "opacity", opacity, alpha.texture));
+  VEX_TRY(SetValue(target, usd::opacity, opacity, alpha.texture));
   if (!alpha.present || opacity != 1.0) return {};
-  VEX_ASSIGN(const auto transmissivity, in.Take<double>(kTransmissivity, "opacity"));
-  return SetValue(target, "opacity", 1.0 - std::clamp(transmissivity.value, 0.0, 1.0), transmissivity.texture);
+  VEX_ASSIGN(const auto transmissivity, in.Take<double>(vp::transmissivity, usd::opacity));
+  return SetValue(target, usd::opacity, 1.0 - std::clamp(transmissivity.value, 0.0, 1.0), transmissivity.texture);
 }
 
-vex::Result<void> LitBody(Reader& in, vex::ParameterSet& target, bool typeHeld, bool metal) {
-  const double metallic = metal ? 1.0 : 0.0;
-  VEX_TRY(SetConstant(target, "metallic", metallic));
-  if (!typeHeld) VEX_TRY(in.Record(kType, vex::PackedConstantParameter(metallic), "metallic"));
-  VEX_TRY(Pass<double>(in, target, kSpecularRoughness, "roughness"));
+/// Metal, dielectric (also an unknown type) and an absent type, which is recorded against "metallic".
+vex::Result<void> LitBody(Run<NoContext>& run) {
+  Reader& in = run.in;
+  vex::ParameterSet& target = run.target;
+  const double metallic = run.type == MaterialType::Metal ? 1.0 : 0.0;
+  VEX_TRY(SetConstant(target, usd::metallic, metallic));
+  if (run.type == MaterialType::Absent)
+    VEX_TRY(in.Record(vp::type, vex::PackedConstantParameter(metallic), usd::metallic));
+  VEX_TRY(Pass<double>(in, target, vp::specular_roughness, usd::roughness));
   // A NaN counts as not 0: the metalness workflow.
-  VEX_TRY(SetConstant(target, "workflow", std::string(metallic == 0.0 ? "specular" : "metalness")));
-  VEX_TRY(SetConstant(target, "metallic", metallic));
-  VEX_TRY(WeightedColor(in, target, kBaseColorWeight, kBaseColor, "diffuseColor"));
-  VEX_TRY(Pass<double>(in, target, kSpecularIor, kIor));
-  VEX_TRY(WeightedColor(in, target, kSpecularColorWeight, kSpecularColor, "specularColor"));
+  VEX_TRY(SetConstant(target, usd::workflow, std::string(metallic == 0.0 ? workflow::specular : workflow::metalness)));
+  VEX_TRY(SetConstant(target, usd::metallic, metallic));
+  VEX_TRY(WeightedColor(in, target, vp::base_color_weight, vp::base_color, usd::diffuseColor));
+  VEX_TRY(Pass<double>(in, target, vp::specular_ior, usd::ior));
+  VEX_TRY(WeightedColor(in, target, vp::specular_color_weight, vp::specular_color, usd::specularColor));
   VEX_TRY(Opacity(in, target));
-  VEX_ASSIGN(const auto normal, in.Take<vex::Vector3d>(kBaseNormal, "normal"));
+  VEX_ASSIGN(const auto normal, in.Take<vex::Vector3d>(vp::base_normal, usd::normal));
   const vex::Vector3d& n = normal.value;
-  return SetValue(target, "normal", vex::Vector3d{2.0 * n.x - 1.0, 2.0 * n.y - 1.0, 2.0 * n.z - 1.0},
+  return SetValue(target, usd::normal, vex::Vector3d{2.0 * n.x - 1.0, 2.0 * n.y - 1.0, 2.0 * n.z - 1.0},
                   normal.texture);
 }
 
-class ViewportToUsdPreviewSurface final : public MappingBase {
- public:
-  ViewportToUsdPreviewSurface()
-      : MappingBase(classid::kViewportToUsdPreviewSurface, vex::bundle::kViewport, vex::bundle::kUsdPreviewSurface) {}
-
-  vex::Result<vex::MappingOutput> MapMaterialData(const vex::ParameterSetRef& source) override {
-    const auto& bundles = *vex::Host().bundles;
-    VEX_TRY(bundles.Find(vex::bundle::kUsdPreviewSurface));
-    VEX_ASSIGN(const vex::PortBundle* sourceBundle, bundles.Find(vex::bundle::kViewport));
-    const vex::ParameterSet* parametersPtr = source.get();
-    VEX_CHECK_STATE(parametersPtr != nullptr);
-
-    VEX_ASSIGN(auto target, MakeTarget(vex::bundle::kUsdPreviewSurface));
-    Reader in(*parametersPtr, *sourceBundle);
-    VEX_ASSIGN(const auto type, in.ReadType());
-    switch (type ? Classify(*type) : MaterialType::Absent) {
-      case MaterialType::Constant:
-        VEX_TRY(ConstantBody(in, *target));
-        break;
-      case MaterialType::Metal:
-        VEX_TRY(LitBody(in, *target, true, true));
-        break;
-      case MaterialType::Dielectric:
-      case MaterialType::Unknown:
-        VEX_TRY(LitBody(in, *target, true, false));
-        break;
-      case MaterialType::Absent:
-        VEX_TRY(LitBody(in, *target, false, false));
-        break;
-      case MaterialType::Colliding:
-        // A foreign id that only looks like a known type: nothing is converted, and that is no error.
-        break;
-    }
-    VEX_ASSIGN(auto defaults, in.Table());
-    return vex::MappingOutput{std::move(target), std::move(defaults)};
-  }
-};
+// An unknown type converts as a dielectric; an absent one has its own run of the lit body.
+const ViewportMapping<> kUsdPreviewSurface{
+    .target = usd::kId,
+    .policy = {.absent = OnAbsentType::OwnBody, .unknown = OnUnknownType::AsDielectric},
+    .bodies = {.constant = ConstantBody, .metal = LitBody, .dielectric = LitBody, .absent = LitBody},
+    .where = std::source_location::current()};
 
 }  // namespace
 
 vex::Result<vex::ComponentRef> CreateViewportToUsdPreviewSurface() {
-  return vex::MakeComponent<ViewportToUsdPreviewSurface>();
+  return MakeMapping(classid::kViewportToUsdPreviewSurface, kUsdPreviewSurface);
 }
 
 }  // namespace interop::mapping

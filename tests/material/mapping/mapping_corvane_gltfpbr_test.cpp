@@ -7,8 +7,15 @@
 
 #include "corvane_mapping_support.h"
 #include "material/mapping/mappings.h"
+#include "material/mapping/materialmapping.h"
 
 namespace {
+
+std::vector<std::string> PortsOf(const vex::ParameterSet& set) {
+  std::vector<std::string> names;
+  for (const auto& [port, unused] : set.Entries()) names.push_back(port);
+  return names;
+}
 
 using namespace corvane_test;
 using interop::mapping::classid::kCorvaneToGltfPbr;
@@ -214,11 +221,18 @@ TEST(CorvaneToGltf, MissingPortsReadTheCorvaneDefaultsAndReadErrorsEndTheRun) {
   ASSERT_TRUE(out) << out.error().Describe();
   const auto& t = *out->target;
   EXPECT_EQ(Const<vex::ColorA>(t, "baseColorFactor"), (vex::ColorA{0.5, 0.5, 0.5, 1.0}));
-  EXPECT_EQ(Const<double>(t, "metallicFactor"), 0.0);  // default Fresnel mode is not metalness
+  EXPECT_EQ(Const<double>(t, "metallicFactor"), 0.0);  // the default metalness, in the default metalness mode
   EXPECT_EQ(Const<double>(t, "roughnessFactor"), 0.0);
   EXPECT_EQ(Const<vex::Color>(t, "emissiveFactor"), (vex::Color{0, 0, 0}));
   EXPECT_EQ(Const<double>(t, "normalScale"), 1.0);
   EXPECT_FALSE(t.Has("alphaMode"));
+
+  // The default Fresnel mode is "metalness": a set that only gives its metalness exports it.
+  auto metal = Corvane();
+  metal->SetConstant("metalness", 0.7);
+  auto metalOut = ToGltf(metal);
+  ASSERT_TRUE(metalOut);
+  EXPECT_EQ(Const<double>(*metalOut->target, "metallicFactor"), 0.7);
 
   auto set = Corvane();
   set->SetConstant("fresnel_type", std::string("metalness"));
@@ -296,7 +310,15 @@ TEST(GltfToCorvane, TexturesCarryColourSpaceChannelAndScale) {
   EXPECT_EQ(c.Find("opacity")->texture->_pixels, base._pixels);
   EXPECT_EQ(c.Find("metalness")->texture->_pixels, metalRough._pixels);
   EXPECT_EQ(Const<double>(c, "reflection_roughness"), 0.6);
-  EXPECT_EQ(Const<std::string>(c, "fresnel_type"), "metalness");
+  // The import writes exactly the ports its table names: no Fresnel mode, which the Corvane
+  // bundle's default ("metalness") supplies, so the imported metal stays metal.
+  EXPECT_FALSE(c.Has("fresnel_type"));
+  const auto* fresnelDefault = interop::mapping::BundleDefaults(vex::Id(vex::bundle::kCorvane))->Find("fresnel_type");
+  ASSERT_NE(fresnelDefault, nullptr);
+  EXPECT_EQ(*fresnelDefault->Constant()->Get<std::string>(), "metalness");
+  EXPECT_EQ(PortsOf(c), (std::vector<std::string>{"diffuse_color", "opacity", "reflection_roughness", "metalness",
+                                                "overall_normal", "overall_normal_weight", "overall_tint",
+                                                "emission_color", "emission_weight"}));
   EXPECT_EQ(Const<double>(c, "overall_normal_weight"), 0.8);
   EXPECT_EQ(Const<vex::Color>(c, "emission_color"), (vex::Color{1, 0.5, 0}));
   // Emission weight always comes last.
@@ -321,14 +343,36 @@ TEST(GltfToCorvane, AlphaModes) {
   ASSERT_TRUE(out);
   EXPECT_EQ(Const<vex::Color>(*out->target, "opacity"), (vex::Color{0.25, 0.25, 0.25}));
 
-  testing_support::ResetHostRecords();
-  set->SetConstant("alphaMode", std::string("MASK"));
-  out = ToGltf(set);
-  ASSERT_TRUE(out);
-  EXPECT_FALSE(out->target->Has("opacity"));
-  const auto lines = ConsoleLines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_TRUE(IsDiagnostic(lines[0], "AlphaMode == MASK is not implemented yet!", "mapping_corvane_gltfpbr"));
+  // "MASK" goes on as if no alpha mode were given: the same set as without the port, plus the
+  // diagnostic line.
+  for (const double alpha : {0.25, 1.0}) {
+    auto without = Gltf();
+    without->SetConstant("baseColorFactor", vex::ColorA{0.5, 0.5, 0.5, alpha});
+    auto masked = Gltf();
+    masked->SetConstant("baseColorFactor", vex::ColorA{0.5, 0.5, 0.5, alpha});
+    masked->SetConstant("alphaMode", std::string("MASK"));
+    testing_support::ResetHostRecords();
+    auto plain = ToGltf(without);
+    ASSERT_TRUE(plain);
+    EXPECT_TRUE(ConsoleLines().empty());
+    auto mask = ToGltf(masked);
+    ASSERT_TRUE(mask) << mask.error().Describe();
+    ASSERT_EQ(PortsOf(*mask->target), PortsOf(*plain->target));
+    for (const auto& [port, entry] : plain->target->Entries()) {
+      const vex::Parameter* same = mask->target->Find(port);
+      ASSERT_NE(same, nullptr) << port;
+      ASSERT_NE(entry.Constant(), nullptr) << port;
+      ASSERT_NE(same->Constant(), nullptr) << port;
+      EXPECT_EQ(*same->Constant(), *entry.Constant()) << port;
+      EXPECT_EQ(same->properties.Find("mute") != nullptr, entry.properties.Find("mute") != nullptr) << port;
+    }
+    // Without an alpha mode the glTF default (opaque) applies: a muted white opacity.
+    ASSERT_NE(mask->target->Find("opacity"), nullptr);
+    EXPECT_NE(mask->target->Find("opacity")->properties.Find("mute"), nullptr);
+    const auto lines = ConsoleLines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(IsDiagnostic(lines[0], "AlphaMode == MASK is not implemented yet!", "mapping_corvane_gltfpbr"));
+  }
 }
 
 TEST(GltfToCorvane, RoundTripKeepsColourMetalRoughnessEmissionAndNormalWeight) {

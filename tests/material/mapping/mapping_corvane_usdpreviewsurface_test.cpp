@@ -82,6 +82,26 @@ TEST(CorvaneToUsd, NoReflectionMeansSpecularWorkflowWithoutMetalOrRoughness) {
   EXPECT_EQ(Const<vex::Color>(*out->target, "specularColor"), (vex::Color{0.1, 0.2, 0.3}));
 }
 
+TEST(CorvaneToUsd, ASetWithoutFresnelOrDisplacementTakesTheBundleDefaults) {
+  // Fresnel mode "metalness" and displacement scale 0 are the Corvane bundle's defaults: the
+  // metalness workflow, and no displacement unless the set asks for one.
+  auto out = ToUsd(Corvane());
+  ASSERT_TRUE(out) << out.error().Describe();
+  const auto& t = *out->target;
+  EXPECT_EQ(Const<std::string>(t, "workflow"), "metalness");
+  EXPECT_EQ(Const<double>(t, "metallic"), 0.0);
+  EXPECT_EQ(Const<vex::Color>(t, "specularColor"), (vex::Color{1, 1, 1}));
+  EXPECT_EQ(Const<double>(t, "displacement"), 0.0);
+
+  auto set = Corvane();
+  set->SetConstant("metalness", 0.4);
+  set->SetConstant("displacement_scale", 0.25);
+  out = ToUsd(set);
+  ASSERT_TRUE(out);
+  EXPECT_EQ(Const<double>(*out->target, "metallic"), 0.4);
+  EXPECT_EQ(Const<double>(*out->target, "displacement"), 0.25);
+}
+
 TEST(CorvaneToUsd, OpacityFromTheColourOrFromTransmission) {
   const struct {
     vex::Color opacity;

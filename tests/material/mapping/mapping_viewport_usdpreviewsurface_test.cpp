@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "material/mapping/mapping_viewport.h"
 #include "viewport_mapping_support.h"
 
 namespace {
@@ -25,7 +26,9 @@ TEST(ViewportToUsd, WeightsOfZeroGiveBlackWhateverTheColour) {
   EXPECT_EQ(Const<vex::Color>(t, "diffuseColor"), (vex::Color{0, 0, 0}));
   EXPECT_EQ(TextureOn(t, "diffuseColor"), nullptr);
   EXPECT_EQ(Const<vex::Color>(t, "specularColor"), (vex::Color{0.2, 0.3, 0.4}));
-  EXPECT_EQ(RecordedAgainst(out->defaults, "specular.color_weight"), "specularColor");
+  // Only the colour of a weighted colour is recorded; its weight gates without being recorded.
+  EXPECT_EQ(RecordedAgainst(out->defaults, "specular.color"), "");
+  EXPECT_EQ(RecordedAgainst(out->defaults, "specular.color_weight"), "");
 
   set->SetConstant("base.color_weight", 0.5);  // the weight gates, it does not scale
   out = ToUsd(set);
@@ -57,6 +60,12 @@ TEST(ViewportToUsd, MetalsTakeTheMetalnessWorkflow) {
   // Only an absent type is recorded, against "metallic".
   auto empty = ToUsd(Viewport());
   ASSERT_TRUE(empty);
+  // The whole table of an empty set: the weights of the weighted colours are not in it, and the
+  // table is sized for the seven entries.
+  EXPECT_EQ(Recorded(empty->defaults), (std::vector<std::string>{"type", "specular.roughness", "base.color",
+                                                                 "specular.ior", "specular.color", "alpha",
+                                                                 "base.normal"}));
+  EXPECT_EQ(empty->defaults.capacity, interop::mapping::viewport::DefaultsCapacity(7));
   EXPECT_EQ(RecordedAgainst(empty->defaults, "type"), "metallic");
   EXPECT_EQ(RecordedValue<double>(empty->defaults, "type"), 0.0);
   EXPECT_EQ(Const<double>(*empty->target, "roughness"), 0.5);
@@ -123,10 +132,17 @@ TEST(ViewportToUsd, ConstantsWriteOnlyEmissionAndWorkflow) {
   EXPECT_EQ(Const<vex::Color>(*out->target, "emissiveColor"), (vex::Color{0.1, 0.6, 1}));
   EXPECT_EQ(Const<std::string>(*out->target, "workflow"), "specular");
 
+  EXPECT_TRUE(out->defaults.entries.empty());  // an absent emission weight is not recorded
+
   set->SetConstant("emission.color_weight", -1.0);
   out = ToUsd(set);
   ASSERT_TRUE(out);
   EXPECT_EQ(Const<vex::Color>(*out->target, "emissiveColor"), (vex::Color{0, 0, 0}));
+  set->Erase("emission.color");
+  out = ToUsd(set);
+  ASSERT_TRUE(out);
+  EXPECT_EQ(Recorded(out->defaults), (std::vector<std::string>{"emission.color"}));
+  EXPECT_EQ(RecordedAgainst(out->defaults, "emission.color"), "emissiveColor");
 }
 
 }  // namespace
