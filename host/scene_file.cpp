@@ -1,4 +1,5 @@
 #include "host/scene_file.h"
+#include "host/staged_output.h"
 
 #include <charconv>
 #include <cmath>
@@ -609,26 +610,7 @@ vex::Result<Document*> Load(Documents& documents, const std::string& path, const
 
 vex::Result<void> Save(const Document& document, const std::string& path) {
   VEX_ASSIGN(std::string text, Dump(document));
-  const fs::path target(path);
-  const fs::path temp = target.parent_path() / (".tmp." + target.filename().string());
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
-    out << text;
-    out.flush();
-    if (!out) {
-      std::error_code ec;
-      fs::remove(temp, ec);
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
-    }
-  }
-  std::error_code ec;
-  fs::rename(temp, target, ec);
-  if (ec) {
-    fs::remove(temp, ec);
-    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot replace the file");
-  }
-  return {};
+  return WriteFileStaged(path, text);
 }
 
 vex::Result<vex::DataDictionary> ParseDictionary(std::string_view text, const std::string& source,

@@ -18,11 +18,6 @@ struct ImportedMaterial {
   std::vector<std::string> warnings;  ///< what the bundle could not take
 };
 
-/// Every material of the file, in the file's order, chosen by the suffix (.gltf, .glb, .obj,
-/// .fbx; any case). IllegalArgument for another suffix; FileIO naming the file when it cannot be
-/// read or parsed, or when a texture it names cannot be read.
-vex::Result<std::vector<ImportedMaterial>> ReadMaterials(const std::string& path, const vex::IPortBundles& bundles);
-
 namespace detail {
 vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& path, const vex::IPortBundles& bundles);
 /// OBJ and FBX.

@@ -1,5 +1,5 @@
-// The four writers behind WriteMaterial, one unit each (glTF and FBX wrap their
-// libraries; USD and OBJ are text the project writes itself).
+// The material writers of the glTF and FBX units (one material on the preview sphere), and
+// the text helper the text formats share.
 #pragma once
 
 #include <string>
@@ -10,10 +10,6 @@ namespace host::formats::detail {
 
 vex::Result<WrittenMaterial> WriteGltf(const PortReader& material, const std::string& name,
                                        const std::string& directory, const WriteOptions& options);
-vex::Result<WrittenMaterial> WriteUsd(const PortReader& material, const std::string& name,
-                                      const std::string& directory);
-vex::Result<WrittenMaterial> WriteObj(const PortReader& material, const std::string& name,
-                                      const std::string& directory);
 vex::Result<WrittenMaterial> WriteFbx(const PortReader& material, const std::string& name,
                                       const std::string& directory, bool binary);
 
