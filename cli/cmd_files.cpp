@@ -439,9 +439,12 @@ int RunExport(Context& context, const ExportArgs& args) {
   for (const auto& material : chosenMaterials) {
     const std::string name = material->GetName();
     auto set = host::ExportMaterial(material, request);
+    std::vector<std::string> substance;
+    if (set) substance = host::ResolveSubstanceReferences(*material, *set);
     Outcome outcome = set ? WriteSetAsFile(host, moduleLock, std::make_shared<const vex::ParameterSet>(std::move(*set)),
                                            name, row, out, args, staged)
                           : Failed(set.error());
+    outcome.warnings.insert(outcome.warnings.begin(), substance.begin(), substance.end());
     if (outcome.ok) {
       ++succeeded;
       kept += (kept.empty() ? "" : ", ") + name;

@@ -20,7 +20,9 @@ namespace {
 namespace ports = vex::ports;
 
 /// The bundles whose sets the material importer reads (into a Corvane node material).
-constexpr std::array<std::string_view, 2> kImporterReads = {ports::obj::kId, ports::generic::kId};
+constexpr std::array<std::string_view, 6> kImporterReads = {
+    ports::obj::kId,           ports::generic::kId,           ports::standardsurface::kId,
+    ports::fbxsurfacephong::kId, ports::fbxsurfacelambert::kId, ports::usdpreviewsurface::kId};
 
 /// A constant of the source set that a mapping leaves out but the target's file can carry:
 /// copied onto the target set after the mapping (onto the port's constant, or as a property of
@@ -50,6 +52,28 @@ constexpr LeftOutWeight kLeftOut[] = {
     {ports::corvane::kId, ports::corvane::emission_weight, ports::usdpreviewsurface::kId,
      ports::usdpreviewsurface::emissiveColor},
 };
+
+/// A factor the set leaves out beside the colour it scales: the model's own default for it (in
+/// the generic model, as in FBX, a factor is 1 unless given), filled in before any conversion so
+/// that a conversion which reads only the ports present does not take the colour as unlit.
+struct ImpliedFactor {
+  std::string_view bundle, color, factor;
+  double value;
+};
+constexpr ImpliedFactor kImplied[] = {
+    {ports::generic::kId, ports::generic::diffuseColor, ports::generic::diffuseFactor, 1.0},
+    {ports::generic::kId, ports::generic::emissiveColor, ports::generic::emissiveFactor, 1.0},
+};
+
+vex::ParameterSetRef WithImpliedFactors(const vex::ParameterSetRef& set) {
+  std::shared_ptr<vex::ParameterSet> completed;
+  for (const auto& f : kImplied) {
+    if (set->GetBundle() != f.bundle || !set->Has(f.color) || set->Has(f.factor)) continue;
+    if (!completed) completed = std::make_shared<vex::ParameterSet>(*set);
+    completed->SetConstant(f.factor, f.value);
+  }
+  return completed ? vex::ParameterSetRef(std::move(completed)) : set;
+}
 
 const double* ConstantNumber(const vex::Parameter* entry) {
   if (entry == nullptr || entry->texture || entry->Constant() == nullptr) return nullptr;
@@ -134,6 +158,8 @@ vex::Result<vex::ParameterSetRef> ThroughImporter(Documents& documents, const ve
 vex::Result<Converted> ToCorvane(const vex::ParameterSetRef& set, const ConversionContext& context) {
   const bool importerReads = std::find(kImporterReads.begin(), kImporterReads.end(), set->GetBundle().View()) !=
                              kImporterReads.end();
+  auto mapped = MapOnce(set, ports::corvane::kId);
+  if (mapped || mapped.error().kind != vex::ErrorKind::NotFound) return mapped;
   if (importerReads && context.documents != nullptr) {
     VEX_ASSIGN(auto corvane, ThroughImporter(*context.documents, set));
     Converted out;
@@ -141,7 +167,7 @@ vex::Result<Converted> ToCorvane(const vex::ParameterSetRef& set, const Conversi
     out.mapped = true;
     return out;
   }
-  return MapOnce(set, ports::corvane::kId);
+  return mapped;
 }
 
 }  // namespace
@@ -155,9 +181,10 @@ vex::Result<std::shared_ptr<vex::IMaterialMapping>> FindMappingEitherWay(const v
   return mapping;
 }
 
-vex::Result<Converted> ConvertSet(const vex::ParameterSetRef& set, std::string_view target,
+vex::Result<Converted> ConvertSet(const vex::ParameterSetRef& input, std::string_view target,
                                   const ConversionContext& context) {
-  if (set->GetBundle() == target) return Converted{set, false, {}, {}};
+  if (input->GetBundle() == target) return Converted{input, false, {}, {}};
+  const vex::ParameterSetRef set = WithImpliedFactors(input);
   auto direct = MapOnce(set, target);
   if (direct || direct.error().kind != vex::ErrorKind::NotFound) return direct;
   if (set->GetBundle() == ports::corvane::kId) return direct;

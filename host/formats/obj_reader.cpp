@@ -389,6 +389,7 @@ vex::Result<SceneData> ReadObj(const std::string& path, const vex::IPortBundles&
   scene.name = fs::path(path).stem().string();
   ObjBuilder b{scene, {}, {}, {}, {}, nullptr, {}, -1, false, false};
   std::vector<std::string> pendingUnknown;
+  bool sawObject = false;
   std::istringstream lines(text);
   std::size_t number = 0;
   const auto where = [&] { return path + ":" + std::to_string(number) + ": "; };
@@ -425,11 +426,10 @@ vex::Result<SceneData> ReadObj(const std::string& path, const vex::IPortBundles&
     } else if (key == "o" || key == "g") {
       std::string name;
       for (std::size_t i = 1; i < t.size(); ++i) name += (i > 1 ? " " : "") + std::string(t[i]);
-      // "g" inside an "o" names a group of the same object; a "g" alone starts one.
-      if (key == "o" || b.mesh == nullptr || b.mesh->indices.empty() || name != b.mesh->name) {
-        if (key == "g" && b.mesh != nullptr && !scene.nodes.empty() && scene.nodes.back().name != b.mesh->name) continue;
-        b.Begin(name.empty() ? scene.name : name);
-      }
+      // An object is a node; groups inside an object belong to it. Files without objects use
+      // groups as objects.
+      if (key == "o") sawObject = true;
+      if (key == "o" || !sawObject) b.Begin(name.empty() ? scene.name : name);
     } else if (key == "usemtl") {
       std::string name;
       for (std::size_t i = 1; i < t.size(); ++i) name += (i > 1 ? " " : "") + std::string(t[i]);
