@@ -10,12 +10,12 @@
 #include <sstream>
 #include <vector>
 
-#include <nlohmann/json.hpp>
 
 #include "host/images.h"
+#include "host/json_codec.h"
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
+using Json = host::json_codec::Json;
 
 namespace host::json {
 namespace {
@@ -388,8 +388,9 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
                                                  const std::string& baseDir, const ReadOptions& options) {
   std::vector<PendingTexture> pending;
   Reader reader{source, baseDir, options, &pending};
-  Json root = Json::parse(text, nullptr, false);
-  if (root.is_discarded()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
+  auto parsed = json_codec::Parse(text, source);
+  if (!parsed) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
+  Json root = std::move(*parsed);
   if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
   for (const auto& [key, unused] : root.items()) {
     (void)unused;

@@ -40,11 +40,12 @@ vex::Result<void> StagedOutput::MakeParents(const std::string& target) {
   std::reverse(missing.begin(), missing.end());
   for (const auto& dir : missing) {
     if (!fs::create_directory(dir, ec) && ec)
-      return VEX_FAIL(vex::ErrorKind::FileIO, dir.string() + ": cannot create the directory: " + ec.message());
+      return VEX_FAIL(vex::ErrorKind::FileIO,
+                      target + ": cannot create the directory " + dir.string() + ": " + ec.message());
     createdDirectories_.push_back(dir.string());
   }
   if (!fs::is_directory(parent, ec))
-    return VEX_FAIL(vex::ErrorKind::FileIO, parent.string() + ": not a directory");
+    return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write: " + parent.string() + " is not a directory");
   return {};
 }
 
