@@ -106,8 +106,11 @@ int RunMap(Context& context, const MapArgs& args) {
                            std::to_string(result.error().line) + ")");
   auto write = SetWriteOptions(host);
   write.floatTextures = args.floatTextures;
-  if (auto written = host::json::WriteParameterSetFile(args.output, *result->target, write); !written)
+  // The output's directory is made if missing, and removed again when the write fails.
+  host::StagedOutput staged;
+  if (auto written = host::json::WriteParameterSetFile(args.output, *result->target, write, staged); !written)
     return Fail(written.error());
+  if (auto committed = staged.CommitAll(); !committed) return Fail(committed.error());
   for (const auto& d : result->defaults.entries)
     std::cerr << "default used: " << d.sourcePort << " -> " << d.targetPort << '\n';
   return kExitOk;

@@ -7,6 +7,7 @@
 #include "cli/commands.h"
 #include "host/material_exchange.h"
 #include "host/paramset_json.h"
+#include "host/staged_output.h"
 #include "host/scene_file.h"
 
 namespace fs = std::filesystem;
@@ -81,7 +82,11 @@ int RunExport(Context& context, const ExportArgs& args) {
   if (!set) return Fail(args.scene + ": material \"" + args.material + "\": " + set.error().message + " (" +
                         set.error().unit + ":" + std::to_string(set.error().line) + ")");
   auto write = SetWriteOptions(host);
-  if (auto written = host::json::WriteParameterSetFile(args.output, *set, write); !written) return Fail(written.error());
+  // The output's directory is made if missing, and removed again when the write fails.
+  host::StagedOutput staged;
+  if (auto written = host::json::WriteParameterSetFile(args.output, *set, write, staged); !written)
+    return Fail(written.error());
+  if (auto committed = staged.CommitAll(); !committed) return Fail(committed.error());
   std::cout << args.material << " -> " << set->GetBundle().Str() << " (" << set->Size() << " parameters)\n";
   return kExitOk;
 }

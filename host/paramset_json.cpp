@@ -492,7 +492,7 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
 
 vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
                                         const WriteOptions& options) {
-  StagedOutput staged;
+  StagedOutput staged(/*createParents=*/false);
   VEX_TRY(WriteParameterSetFile(path, set, options, staged));
   return staged.CommitAll();
 }

@@ -53,8 +53,9 @@ struct WriteOptions {
   const vex::IPortBundles* bundles = nullptr;  ///< colour ports of the bundle are written sRGB-encoded
 };
 
-/// Writes the JSON and every texture beside it (named "<json stem>.<port>.png|exr"). All files are
-/// staged (host/staged_output.h) and put in place together: a failure leaves no output behind.
+/// Writes the JSON and every texture beside it (named "<json stem>.<port>.png|exr") into an existing
+/// directory. All files are staged (host/staged_output.h) and put in place together: a failure
+/// leaves no output behind.
 vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
                                         const WriteOptions& options);
 /// The same, staging the files in `staged` without committing them (the caller commits or

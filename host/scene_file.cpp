@@ -491,7 +491,7 @@ vex::Result<Document*> Load(Documents& documents, const std::string& path, const
 
 vex::Result<void> Save(const Document& document, const std::string& path) {
   VEX_ASSIGN(std::string text, Dump(document));
-  return WriteFileStaged(path, text);
+  return WriteFileStaged(path, text, /*createParents=*/false);
 }
 
 vex::Result<vex::DataDictionary> ParseDictionary(std::string_view text, const std::string& source,

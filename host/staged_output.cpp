@@ -38,6 +38,8 @@ vex::Result<void> StagedOutput::MakeParents(const std::string& target) {
     if (p == p.parent_path()) break;
   }
   std::reverse(missing.begin(), missing.end());
+  if (!createParents_ && !missing.empty())
+    return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write: " + parent.string() + " does not exist");
   for (const auto& dir : missing) {
     if (!fs::create_directory(dir, ec) && ec)
       return VEX_FAIL(vex::ErrorKind::FileIO,
@@ -158,8 +160,8 @@ void StagedOutput::Discard() {
   createdDirectories_.clear();
 }
 
-vex::Result<void> WriteFileStaged(const std::string& path, std::string_view bytes) {
-  StagedOutput staged;
+vex::Result<void> WriteFileStaged(const std::string& path, std::string_view bytes, bool createParents) {
+  StagedOutput staged(createParents);
   VEX_ASSIGN(const std::size_t id, staged.Stage(path, StagedOutput::Kind::File));
   const std::string scratch = staged.Scratch(id);
   {

@@ -26,7 +26,8 @@ class StagedOutput {
     Directory,  ///< the scratch is an empty directory; the commit replaces the target directory
   };
 
-  StagedOutput() = default;
+  /// With `createParents` false, a target whose directory does not exist is refused instead.
+  explicit StagedOutput(bool createParents = true) : createParents_(createParents) {}
   StagedOutput(const StagedOutput&) = delete;
   StagedOutput& operator=(const StagedOutput&) = delete;
   /// Discards everything not committed (see Discard).
@@ -65,12 +66,14 @@ class StagedOutput {
   };
   vex::Result<void> MakeParents(const std::string& target);
   void DiscardLocked(Entry& entry);
+  bool createParents_ = true;
   mutable std::mutex mutex_;
   std::vector<Entry> entries_;
   std::vector<std::string> createdDirectories_;  ///< in the order made (parents first)
 };
 
-/// Writes `bytes` to `path` through a staged output of its own (scratch file, then rename).
-vex::Result<void> WriteFileStaged(const std::string& path, std::string_view bytes);
+/// Writes `bytes` to `path` through a staged output of its own (scratch file, then rename);
+/// with `createParents` false the directory must exist.
+vex::Result<void> WriteFileStaged(const std::string& path, std::string_view bytes, bool createParents = true);
 
 }  // namespace host

@@ -145,8 +145,14 @@ TEST_F(ObjFiles, ScenesGoOutAndComeBackWithTheirMaterialsPartsAndWorldTransforms
     scene->mMaterials[i]->Get(AI_MATKEY_NAME, name);
     float shininess = -1;
     scene->mMaterials[i]->Get(AI_MATKEY_SHININESS, shininess);
-    if (std::string(name.C_Str()) == "Red") EXPECT_FLOAT_EQ(shininess, 30.0f), ++found;
-    if (std::string(name.C_Str()) == "Blue") EXPECT_FLOAT_EQ(shininess, 1000.0f), ++found;
+    if (std::string(name.C_Str()) == "Red") {
+      EXPECT_FLOAT_EQ(shininess, 30.0f);
+      ++found;
+    }
+    if (std::string(name.C_Str()) == "Blue") {
+      EXPECT_FLOAT_EQ(shininess, 1000.0f);
+      ++found;
+    }
   }
   EXPECT_EQ(found, 2);
   unsigned vertices = 0;
