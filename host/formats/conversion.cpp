@@ -24,6 +24,10 @@ constexpr std::array<std::string_view, 6> kImporterReads = {
     ports::obj::kId,           ports::generic::kId,           ports::standardsurface::kId,
     ports::fbxsurfacephong::kId, ports::fbxsurfacelambert::kId, ports::usdpreviewsurface::kId};
 
+/// Bundles a set may pass through on its way into the Corvane bundle when no mapping and no
+/// importer leads there directly.
+constexpr std::array<std::string_view, 1> kHubs = {ports::gltf::kId};
+
 /// A constant of the source set that a mapping leaves out but the target's file can carry:
 /// copied onto the target set after the mapping (onto the port's constant, or as a property of
 /// the port's entry), when it exceeds `above`.
@@ -166,6 +170,18 @@ vex::Result<Converted> ToCorvane(const vex::ParameterSetRef& set, const Conversi
     out.set = std::move(corvane);
     out.mapped = true;
     return out;
+  }
+  // Through a bundle that both mappings reach (the viewport material has a glTF mapping, and the
+  // glTF bundle the Corvane mapping's import direction).
+  for (const auto hub : kHubs) {
+    if (set->GetBundle() == hub) continue;
+    auto first = MapOnce(set, hub);
+    if (!first) continue;
+    auto second = MapOnce(first->set, ports::corvane::kId);
+    if (!second) continue;
+    second->defaults.insert(second->defaults.begin(), first->defaults.begin(), first->defaults.end());
+    second->warnings.insert(second->warnings.begin(), first->warnings.begin(), first->warnings.end());
+    return second;
   }
   return mapped;
 }

@@ -20,7 +20,11 @@ vex::Result<const MaterialData*> OnlyMaterial(const SceneData& scene, const std:
   return &scene.materials.front();
 }
 
-WrittenFiles Files(WrittenMaterial&& written) { return {std::move(written.files), std::move(written.warnings)}; }
+WrittenFiles Files(WrittenMaterial&& written, const std::string& material) {
+  WrittenFiles out{std::move(written.files), std::move(written.warnings), {}};
+  for (auto& [port, file] : written.textures) out.textures.push_back({material, port, file});
+  return out;
+}
 
 SceneData MaterialsOnly(std::vector<ImportedMaterial>&& materials) {
   SceneData scene;
@@ -39,15 +43,28 @@ vex::Result<WrittenFiles> WriteGltf(const SceneData& scene, const std::string& d
   if (options.glb)
     return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                     (fs::path(directory) / (stem + ".glb")).string() + ": binary glTF is not written yet");
-  VEX_ASSIGN(auto written, WriteGltf(PortReader(*material->set, bundles), stem, directory, options));
-  return Files(std::move(written));
+  // Without the extension the emission stays as the mapping clamped it; the strength the
+  // conversion carried is then named as lost.
+  vex::ParameterSetRef set = material->set;
+  std::string clamped;
+  if (!options.emissiveStrength)
+    if (const auto* strength = set->Find("emissiveStrength"); strength != nullptr && strength->Constant() != nullptr)
+      if (const auto* value = strength->Constant()->Get<double>(); value != nullptr && *value > 1.0) {
+        auto copy = std::make_shared<vex::ParameterSet>(*set);
+        copy->Erase("emissiveStrength");
+        set = std::move(copy);
+        clamped = "emission weight " + FormatNumber(*value) + " was clamped to 1 (--emissive-strength keeps it)";
+      }
+  VEX_ASSIGN(auto written, WriteGltf(PortReader(*set, bundles), stem, directory, options));
+  if (!clamped.empty()) written.warnings.insert(written.warnings.begin(), clamped);
+  return Files(std::move(written), material->name);
 }
 
 vex::Result<WrittenFiles> WriteFbx(const SceneData& scene, const std::string& directory, const std::string& stem,
                                    const vex::IPortBundles& bundles, const WriteOptions& options) {
   VEX_ASSIGN(const MaterialData* material, OnlyMaterial(scene, directory, stem));
   VEX_ASSIGN(auto written, WriteFbx(PortReader(*material->set, bundles), stem, directory, !options.fbxAscii));
-  return Files(std::move(written));
+  return Files(std::move(written), material->name);
 }
 
 vex::Result<SceneData> ReadGltf(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions&) {
