@@ -11,7 +11,9 @@
 #include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/parallel_for.h>
 
+#include "host/formats/catalogue.h"
 #include "host/formats/formats.h"
+#include "host/staged_output.h"
 #include "host/reference_host.h"
 
 namespace {
@@ -40,8 +42,12 @@ vex::ParameterSet TexturedSet(int seed) {
 
 void WriteOne(const vex::ParameterSet& set, int i, const fs::path& dir, const vex::IPortBundles& bundles) {
   const fs::path out = dir / std::to_string(i);
-  fs::create_directories(out);
-  if (!formats::WriteMaterial(formats::Format::Gltf, set, "m", out.string(), bundles)) std::abort();
+  fs::create_directories(dir);
+  host::StagedOutput staged;
+  const auto written = formats::WriteFormatFile(*formats::FindFormat("gltf"),
+                                                formats::PreviewScene("m", std::make_shared<vex::ParameterSet>(set)),
+                                                out.string(), "m", bundles, {}, staged);
+  if (!written || !staged.CommitAll()) std::abort();
 }
 
 void BM_WriteGltfSets(benchmark::State& state) {

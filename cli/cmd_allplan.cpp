@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "cli/commands.h"
+#include "host/staged_output.h"
 #include "host/mesh_import.h"
 #include "host/scene_file.h"
 #include "vex/polygon.h"
@@ -76,11 +77,6 @@ std::uint64_t CountPolygons(const host::Document& document) {
   return total;
 }
 
-void RemoveQuietly(const fs::path& path) {
-  std::error_code ec;
-  fs::remove(path, ec);
-}
-
 int RunAllplan(Context& context, const AllplanArgs& args) {
   auto h = context.Host();
   if (!h) return Fail(h.error());
@@ -107,17 +103,16 @@ int RunAllplan(Context& context, const AllplanArgs& args) {
   if (saver == nullptr) return Fail("the module did not register the Allplan saver");
   const auto instance = saver->allocate();
 
-  // The saver writes under temporary names beside the target; they replace the targets only
-  // when everything was written.
+  // The saver writes under scratch names beside the target (its log beside its file); they
+  // replace the targets only when everything was written.
   const fs::path target(args.output);
-  if (!target.parent_path().empty()) {
-    std::error_code ec;
-    fs::create_directories(target.parent_path(), ec);
-    if (ec) return Fail(target.parent_path().string() + ": cannot create directory: " + ec.message());
-  }
-  const fs::path temp = target.parent_path() / ("." + target.stem().string() + ".partial" + target.extension().string());
-  const fs::path tempLog = fs::path(temp).replace_extension(".txt");
   const fs::path targetLog = fs::path(target).replace_extension(".txt");
+  host::StagedOutput staged;
+  auto fileId = staged.Stage(target.string(), host::StagedOutput::Kind::File);
+  if (!fileId) return Fail(fileId.error().message);
+  auto logId = staged.Stage(targetLog.string(), host::StagedOutput::Kind::File);
+  if (!logId) return Fail(logId.error().message);
+  const fs::path temp = staged.Scratch(*fileId);
 
   host.console().Clear();
   host.dialogs().Clear();
@@ -144,31 +139,17 @@ int RunAllplan(Context& context, const AllplanArgs& args) {
     for (const auto& line : host.console().Lines()) text += "\n  " + line;
     return text;
   };
-  if (result != 0) {
-    RemoveQuietly(temp);
-    RemoveQuietly(tempLog);
+  if (result != 0)
     return Fail(args.input + ": Allplan export failed (result " + std::to_string(result) + ")" + reasons());
-  }
   const bool walkFailed = !host.dialogs().Records().empty();
-  std::error_code ec;
   if (args.log) {
-    fs::rename(tempLog, targetLog, ec);
-    if (ec) {
-      RemoveQuietly(temp);
-      RemoveQuietly(tempLog);
-      return Fail(targetLog.string() + ": cannot replace the file: " + ec.message());
-    }
+    if (auto committed = staged.Commit(*logId); !committed) return Fail(committed.error().message);
   }
-  if (walkFailed) {
-    RemoveQuietly(temp);
+  if (walkFailed)
     return Fail(args.input + ": some objects could not be written, no file made" + reasons() +
                 (args.log ? "\n  see " + targetLog.string() : std::string()));
-  }
-  fs::rename(temp, target, ec);
-  if (ec) {
-    RemoveQuietly(temp);
-    return Fail(target.string() + ": cannot replace the file: " + ec.message());
-  }
+  if (auto committed = staged.Commit(*fileId); !committed) return Fail(committed.error().message);
+  std::error_code ec;
   std::cout << "wrote " << target.string() << " (" << fs::file_size(target, ec) << " bytes)";
   if (args.log) std::cout << " and " << targetLog.string();
   std::cout << '\n';

@@ -1,15 +1,44 @@
 // vexinterop info | map
 #include <filesystem>
+#include <fstream>
 #include <iomanip>
 #include <iostream>
 
 #include "cli/commands.h"
+#include "host/formats/conversion.h"
+#include "host/images.h"
 #include "host/paramset_json.h"
+#include "host/staged_output.h"
 #include "vex/lookup.h"
 
 namespace fs = std::filesystem;
 
 namespace cli {
+
+vex::Result<std::size_t> SaveSceneWithTextures(host::Document& document, const std::string& path) {
+  const fs::path directory = fs::absolute(path).parent_path();
+  host::StagedOutput staged;
+  auto& pending = document.Materials().PendingTextures();
+  for (const auto& texture : pending) {
+    VEX_ASSIGN(const std::size_t id, staged.Stage((directory / texture.file).string(), host::StagedOutput::Kind::File));
+    host::ImageWriteOptions options;
+    options.srgb = texture.pixels.colorSpace == "sRGB";
+    VEX_TRY(host::WriteImage(staged.Scratch(id), texture.pixels, options));
+  }
+  VEX_ASSIGN(std::string text, host::scene_file::Dump(document));
+  VEX_ASSIGN(const std::size_t id, staged.Stage(path, host::StagedOutput::Kind::File));
+  {
+    std::ofstream out(staged.Scratch(id), std::ios::binary);
+    out << text;
+    out.close();
+    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+  }
+  VEX_TRY(staged.CommitAll());
+  const std::size_t count = pending.size();
+  pending.clear();
+  return count;
+}
+
 namespace {
 
 int RunInfo(Context& context) {
@@ -69,13 +98,7 @@ int RunMap(Context& context, const MapArgs& args) {
   auto set = ReadSetFile(host, args.input);
   if (!set) return Fail(set.error());
   if (auto target = host.bundles().Find(args.target); !target) return Fail(target.error());
-  auto mapping = vex::FindMapping(set->GetBundle().View(), args.target);
-  if (!mapping) {
-    // A mapping that serves both directions (Corvane <-> glTF) is registered under its export
-    // direction; it takes the import direction when it accepts a set of its target bundle.
-    auto reverse = vex::FindMapping(args.target, set->GetBundle().View());
-    if (reverse && (*reverse)->PassOne(*set)) mapping = std::move(reverse);
-  }
+  auto mapping = host::formats::FindMappingEitherWay(*set, args.target);
   if (!mapping) return Fail(mapping.error(), kExitNoMapping);
   auto source = std::make_shared<const vex::ParameterSet>(std::move(*set));
   auto result = (*mapping)->MapMaterialData(source);
@@ -83,13 +106,11 @@ int RunMap(Context& context, const MapArgs& args) {
                            std::to_string(result.error().line) + ")");
   auto write = SetWriteOptions(host);
   write.floatTextures = args.floatTextures;
-  const fs::path out(args.output);
-  if (!out.parent_path().empty()) {
-    std::error_code ec;
-    fs::create_directories(out.parent_path(), ec);
-  }
-  if (auto written = host::json::WriteParameterSetFile(args.output, *result->target, write); !written)
+  // The output's directory is made if missing, and removed again when the write fails.
+  host::StagedOutput staged;
+  if (auto written = host::json::WriteParameterSetFile(args.output, *result->target, write, staged); !written)
     return Fail(written.error());
+  if (auto committed = staged.CommitAll(); !committed) return Fail(committed.error());
   for (const auto& d : result->defaults.entries)
     std::cerr << "default used: " << d.sourcePort << " -> " << d.targetPort << '\n';
   return kExitOk;

@@ -48,14 +48,6 @@ vex::Result<Session> Open(Context& context) {
   return s;
 }
 
-void MakeParent(const std::string& path) {
-  const fs::path out(path);
-  if (!out.parent_path().empty()) {
-    std::error_code ec;
-    fs::create_directories(out.parent_path(), ec);
-  }
-}
-
 // --- colortemp --------------------------------------------------------------------------------------
 
 struct ColorTempArgs {
@@ -125,8 +117,7 @@ int RunConvert(Context& context, const SceneArgs& args) {
     if (auto stored = light.SetParameter(kUnitsParameter, args.units); !stored)
       return FailIn(args.scene, stored.error());
   }
-  MakeParent(args.output);
-  if (auto saved = host::scene_file::Save(*document, args.output); !saved) return Fail(saved.error());
+  if (auto saved = SaveSceneWithTextures(*document, args.output); !saved) return Fail(saved.error());
   std::cout << "units " << unitsBefore << " -> " << p.GetInt32(kUnitsParameter, -1) << ", intensity "
             << Number(intensityBefore) << " -> " << Number(p.GetFloat(kIntensityParameter, 1.0))
             << (rewritten ? "" : " (unchanged)") << '\n';
@@ -163,8 +154,7 @@ int RunBuild(Context& context, const BuildArgs& args) {
   if (!importer) return Fail(importer.error());
   auto objects = (*importer)->ImportObjects(*document, args.space, {description}, nullptr);
   if (!objects) return FailIn(args.description, objects.error());
-  MakeParent(args.output);
-  if (auto saved = host::scene_file::Save(*document, args.output); !saved) return Fail(saved.error());
+  if (auto saved = SaveSceneWithTextures(*document, args.output); !saved) return Fail(saved.error());
   for (const vex::ISceneObject* o : *objects)
     std::cout << "built \"" << o->GetName() << "\" (object type " << o->GetType() << ") into " << args.output << '\n';
   return kExitOk;

@@ -7,6 +7,7 @@
 #include "cli/commands.h"
 #include "host/material_exchange.h"
 #include "host/paramset_json.h"
+#include "host/staged_output.h"
 #include "host/scene_file.h"
 
 namespace fs = std::filesystem;
@@ -80,13 +81,12 @@ int RunExport(Context& context, const ExportArgs& args) {
   auto set = host::ExportMaterial(material, request);
   if (!set) return Fail(args.scene + ": material \"" + args.material + "\": " + set.error().message + " (" +
                         set.error().unit + ":" + std::to_string(set.error().line) + ")");
-  const fs::path out(args.output);
-  if (!out.parent_path().empty()) {
-    std::error_code ec;
-    fs::create_directories(out.parent_path(), ec);
-  }
   auto write = SetWriteOptions(host);
-  if (auto written = host::json::WriteParameterSetFile(args.output, *set, write); !written) return Fail(written.error());
+  // The output's directory is made if missing, and removed again when the write fails.
+  host::StagedOutput staged;
+  if (auto written = host::json::WriteParameterSetFile(args.output, *set, write, staged); !written)
+    return Fail(written.error());
+  if (auto committed = staged.CommitAll(); !committed) return Fail(committed.error());
   std::cout << args.material << " -> " << set->GetBundle().Str() << " (" << set->Size() << " parameters)\n";
   return kExitOk;
 }
@@ -103,8 +103,6 @@ int RunImport(Context& context, const ImportArgs& args) {
 
   // The scene is saved elsewhere: its file references and the imported textures follow it there.
   const fs::path out = fs::absolute(args.output);
-  std::error_code ec;
-  fs::create_directories(out.parent_path(), ec);
   host::RebaseFileReferences(document, out.parent_path().string());
   document.SetName(out.stem().string());
 
@@ -114,13 +112,9 @@ int RunImport(Context& context, const ImportArgs& args) {
   if (auto* imported = dynamic_cast<host::Material*>(material->get()))
     imported->SetName(fs::path(args.set).stem().string());
 
-  auto textures = host::WritePendingTextures(document, out.parent_path().string());
+  auto textures = SaveSceneWithTextures(document, out.string());
   if (!textures) return Fail(textures.error());
-  if (auto saved = host::scene_file::Save(document, out.string()); !saved) {
-    for (const auto& t : *textures) fs::remove(t, ec);
-    return Fail(saved.error());
-  }
-  std::cout << (*material)->GetName() << " -> " << args.output << " (" << textures->size() << " textures)\n";
+  std::cout << (*material)->GetName() << " -> " << args.output << " (" << *textures << " textures)\n";
   return kExitOk;
 }
 

@@ -48,6 +48,9 @@ host::scene_file::ReadOptions SceneReadOptions(const host::ReferenceHost& host);
 vex::Result<host::Document*> LoadScene(host::ReferenceHost& host, const std::string& path);
 /// Write options bound to the host's bundles.
 host::json::WriteOptions SetWriteOptions(host::ReferenceHost& host);
+/// Saves the document as `path` with the textures its materials are waiting to write (beside
+/// it), all staged and put in place together; returns the number of textures.
+vex::Result<std::size_t> SaveSceneWithTextures(host::Document& document, const std::string& path);
 
 void AddCoreCommands(CLI::App& app, Context& context);      // info, map
 void AddLightCommands(CLI::App& app, Context& context);     // light ...

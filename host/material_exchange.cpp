@@ -78,6 +78,27 @@ vex::Result<vex::ParameterSet> ExportMaterial(const std::shared_ptr<Material>& m
   return set;
 }
 
+std::vector<std::string> ResolveSubstanceReferences(const Material& material, vex::ParameterSet& set) {
+  std::vector<std::string> notes;
+  for (auto& [port, entry] : set.Entries()) {
+    const auto* substance = std::get_if<vex::SubstanceReference>(&entry.value);
+    if (substance == nullptr || entry.texture) continue;
+    const std::string asset = substance->assetName;
+    vex::PackedConstantParameter replacement = PortDefault(set.GetBundle(), port);
+    std::string what = "the bundle's default";
+    if (auto color = material.GetParameter(vex::kMaterialColorValue); color)
+      if (const auto* c = color->Get<vex::Color>()) {
+        replacement = vex::PackedConstantParameter(*c);
+        what = "the material's colour";
+      }
+    vex::Parameter constant(std::move(replacement));
+    constant.properties = entry.properties;
+    entry = std::move(constant);
+    notes.push_back(port + ": the Substance asset \"" + asset + "\" cannot go into a file; " + what + " was written");
+  }
+  return notes;
+}
+
 vex::Result<vex::MaterialRef> ImportMaterial(Document& document, const vex::ParameterSet& set,
                                              std::string_view spaceId) {
   auto& components = *vex::Host().components;

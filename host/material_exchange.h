@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/materials.h"
 #include "vex/material.h"
@@ -32,6 +33,11 @@ vex::MaterialTypesMap DefaultAcceptedBundles();
 /// pass through; a material type without an exporter is NotFound.
 vex::Result<vex::ParameterSet> ExportMaterial(const std::shared_ptr<Material>& material,
                                               const MaterialExportRequest& request);
+
+/// A file carries no Substance archive: every port of `set` holding a Substance reference gets
+/// the material's channel colour instead (the colour the archive is applied over), else the
+/// bundle's default. Returns one line per port replaced, for the caller to show.
+std::vector<std::string> ResolveSubstanceReferences(const Material& material, vex::ParameterSet& set);
 
 /// The importer registered for the space (else the first registered importer, which reports the
 /// spaces it cannot handle) builds a material in the document from the set.

@@ -4,54 +4,23 @@
 #include <cmath>
 #include <limits>
 
-#include <nlohmann/json.hpp>
-
+#include "host/json_codec.h"
 #include "host/materials.h"
 
-using Json = nlohmann::ordered_json;
+using Json = host::json_codec::Json;
 
 namespace host::material_file {
 namespace {
 
-struct Reader {
-  const std::string& source;
-
-  vex::Error Fail(const std::string& where, const std::string& problem) const {
-    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + where + ": " + problem, VEX_UNIT, __LINE__);
-  }
-
-  vex::Result<void> Keys(const Json& v, std::initializer_list<std::string_view> allowed, const std::string& where) const {
-    if (!v.is_object()) return std::unexpected(Fail(where, "expected an object"));
-    for (const auto& [k, e] : v.items()) {
-      bool known = false;
-      for (const auto a : allowed) known = known || k == a;
-      if (!known) return std::unexpected(Fail(where + "." + k, "unknown key"));
-    }
-    return {};
-  }
-
-  vex::Result<std::string> String(const Json& v, const std::string& where) const {
-    if (!v.is_string()) return std::unexpected(Fail(where, "expected a string"));
-    return v.get<std::string>();
-  }
-
+struct Reader : json_codec::Decoder {
   vex::Result<std::int32_t> Int32(const Json& v, const std::string& where) const {
-    if (!v.is_number_integer()) return std::unexpected(Fail(where, "expected a whole number"));
-    const auto n = v.get<std::int64_t>();
-    if (n < std::numeric_limits<std::int32_t>::min() || n > std::numeric_limits<std::int32_t>::max())
-      return std::unexpected(Fail(where, "number out of range"));
+    VEX_ASSIGN(const std::int64_t n, Integer(v, std::numeric_limits<std::int32_t>::min(),
+                                             std::numeric_limits<std::int32_t>::max(), where));
     return static_cast<std::int32_t>(n);
   }
 
   vex::Result<std::vector<double>> Numbers(const Json& v, std::size_t n, const std::string& where) const {
-    if (!v.is_array() || v.size() != n)
-      return std::unexpected(Fail(where, "expected an array of " + std::to_string(n) + " numbers"));
-    std::vector<double> out;
-    for (const auto& e : v) {
-      if (!e.is_number()) return std::unexpected(Fail(where, "expected an array of " + std::to_string(n) + " numbers"));
-      out.push_back(e.get<double>());
-    }
-    return out;
+    return Floats(v, n, where);
   }
 
   /// A value: true/false, a string, a plain number (whole: int32, else float64), a list of numbers
@@ -74,43 +43,9 @@ struct Reader {
     }
     if (!v.is_object() || v.size() != 1) return std::unexpected(Fail(where, "expected a value"));
     const std::string tag = v.begin().key();
-    const Json& e = v.begin().value();
-    if (tag == "int32") {
-      VEX_ASSIGN(auto n, Int32(e, where));
-      return vex::Data(n);
-    }
-    if (tag == "int64") {
-      if (!e.is_number_integer()) return std::unexpected(Fail(where, "expected a whole number"));
-      return vex::Data(e.get<std::int64_t>());
-    }
-    if (tag == "float64") {
-      if (!e.is_number()) return std::unexpected(Fail(where, "expected a number"));
-      return vex::Data(e.get<double>());
-    }
-    if (tag == "id") {
-      VEX_ASSIGN(std::string s, String(e, where));
-      return vex::Data(vex::Id(std::move(s)));
-    }
-    if (tag == "color") {
-      VEX_ASSIGN(auto f, Numbers(e, 3, where));
-      return vex::Data(vex::Color{f[0], f[1], f[2]});
-    }
-    if (tag == "colora") {
-      VEX_ASSIGN(auto f, Numbers(e, 4, where));
-      return vex::Data(vex::ColorA{f[0], f[1], f[2], f[3]});
-    }
-    if (tag == "vector") {
-      VEX_ASSIGN(auto f, Numbers(e, 3, where));
-      return vex::Data(vex::Vector3d{f[0], f[1], f[2]});
-    }
-    if (tag == "vector2") {
-      VEX_ASSIGN(auto f, Numbers(e, 2, where));
-      return vex::Data(vex::Vector2d{f[0], f[1]});
-    }
-    if (tag == "vector4") {
-      VEX_ASSIGN(auto f, Numbers(e, 4, where));
-      return vex::Data(vex::Vector4d{f[0], f[1], f[2], f[3]});
-    }
+    // Strings and booleans are written bare; their tags are not this file's.
+    if (tag != "bool" && tag != "string")
+      if (auto scalar = Scalar(tag, v.begin().value(), where)) return std::move(*scalar);
     return std::unexpected(Fail(where, "unknown value type \"" + tag + "\""));
   }
 
@@ -246,55 +181,12 @@ struct Reader {
 
 // --- writing -----------------------------------------------------------------------------------
 
-vex::Error WriteError(const std::string& where, const std::string& problem) {
-  return vex::MakeError(vex::ErrorKind::WrongDataType, where + ": " + problem, VEX_UNIT, __LINE__);
-}
-
-vex::Result<Json> Numbers(std::initializer_list<double> values, const std::string& where) {
-  Json out = Json::array();
-  for (const double v : values) {
-    if (!std::isfinite(v)) return std::unexpected(WriteError(where, "a number that is not finite cannot be saved"));
-    out.push_back(v);
-  }
-  return out;
-}
+using json_codec::Numbers;
+using json_codec::WriteError;
 
 vex::Result<Json> ValueToJson(const vex::Data& data, const std::string& where) {
+  if (auto scalar = json_codec::EncodeScalar(data, where)) return std::move(*scalar);
   const auto& v = data.value;
-  auto tagged = [](std::string_view tag, Json value) {
-    Json out = Json::object();
-    out[std::string(tag)] = std::move(value);
-    return out;
-  };
-  if (const auto* b = std::get_if<bool>(&v)) return Json(*b);
-  if (const auto* s = std::get_if<std::string>(&v)) return Json(*s);
-  if (const auto* n = std::get_if<std::int32_t>(&v)) return tagged("int32", *n);
-  if (const auto* n = std::get_if<std::int64_t>(&v)) return tagged("int64", *n);
-  if (const auto* f = std::get_if<double>(&v)) {
-    VEX_ASSIGN(Json n, Numbers({*f}, where));
-    return tagged("float64", n[0]);
-  }
-  if (const auto* id = std::get_if<vex::Id>(&v)) return tagged("id", id->Str());
-  if (const auto* p = std::get_if<vex::Vector2d>(&v)) {
-    VEX_ASSIGN(Json n, Numbers({p->x, p->y}, where));
-    return tagged("vector2", std::move(n));
-  }
-  if (const auto* p = std::get_if<vex::Vector3d>(&v)) {
-    VEX_ASSIGN(Json n, Numbers({p->x, p->y, p->z}, where));
-    return tagged("vector", std::move(n));
-  }
-  if (const auto* p = std::get_if<vex::Vector4d>(&v)) {
-    VEX_ASSIGN(Json n, Numbers({p->x, p->y, p->z, p->w}, where));
-    return tagged("vector4", std::move(n));
-  }
-  if (const auto* c = std::get_if<vex::Color>(&v)) {
-    VEX_ASSIGN(Json n, Numbers({c->r, c->g, c->b}, where));
-    return tagged("color", std::move(n));
-  }
-  if (const auto* c = std::get_if<vex::ColorA>(&v)) {
-    VEX_ASSIGN(Json n, Numbers({c->r, c->g, c->b, c->a}, where));
-    return tagged("colora", std::move(n));
-  }
   if (const auto* a = std::get_if<vex::DataArray>(&v)) {
     Json out = Json::array();
     for (std::size_t i = 0; i < a->size(); ++i) {
@@ -370,9 +262,10 @@ vex::Result<Json> MaterialToJson(const Material& material, const MaterialStore& 
 
 vex::Result<void> Read(std::string_view assetsJson, std::string_view materialsJson, const std::string& source,
                        Document& document) {
-  const Reader reader{source};
-  const Json assets = Json::parse(assetsJson, nullptr, false);
-  const Json materials = Json::parse(materialsJson, nullptr, false);
+  const Reader reader{{source}};
+  // Text that is not JSON reads as null, which the checks below refuse with the section's name.
+  const Json assets = json_codec::Parse(assetsJson, source).value_or(Json());
+  const Json materials = json_codec::Parse(materialsJson, source).value_or(Json());
   if (!assets.is_array()) return std::unexpected(reader.Fail("substanceAssets", "expected an array of assets"));
   if (!materials.is_array()) return std::unexpected(reader.Fail("materials", "expected an array of materials"));
   MaterialStore& store = document.Materials();

@@ -1,4 +1,5 @@
 #include "host/paramset_json.h"
+#include "host/staged_output.h"
 
 #include <array>
 #include <bit>
@@ -9,12 +10,12 @@
 #include <sstream>
 #include <vector>
 
-#include <nlohmann/json.hpp>
 
 #include "host/images.h"
+#include "host/json_codec.h"
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
+using Json = host::json_codec::Json;
 
 namespace host::json {
 namespace {
@@ -387,8 +388,9 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
                                                  const std::string& baseDir, const ReadOptions& options) {
   std::vector<PendingTexture> pending;
   Reader reader{source, baseDir, options, &pending};
-  Json root = Json::parse(text, nullptr, false);
-  if (root.is_discarded()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
+  auto parsed = json_codec::Parse(text, source);
+  if (!parsed) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
+  Json root = std::move(*parsed);
   if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
   for (const auto& [key, unused] : root.items()) {
     (void)unused;
@@ -439,30 +441,23 @@ vex::Result<vex::ParameterSet> ReadParameterSetFile(const std::string& path, con
 }
 
 vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
-                                        const WriteOptions& options) {
+                                        const WriteOptions& options, StagedOutput& staged) {
   const fs::path target(path);
-  const fs::path dir = target.parent_path().empty() ? fs::path(".") : target.parent_path();
-  std::error_code ec;
-  if (!fs::is_directory(dir, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, dir.string() + ": directory does not exist");
+  const fs::path dir = target.parent_path();
   const std::string stem = target.stem().string();
   const std::string suffix = options.floatTextures ? ".exr" : ".png";
   const vex::PortBundle* bundle = nullptr;
   if (options.bundles) {
     if (auto b = options.bundles->Find(set.GetBundle().View())) bundle = *b;
   }
-  // Everything is written under temporary names, then renamed; a failure removes what was written.
   // The textures are encoded several at a time (each image codec is single-threaded).
   struct TextureJob {
     const vex::TextureBuffer* buffer;
-    fs::path temp;
-    fs::path final;
+    std::string target;
     bool srgb;
+    std::string scratch;
   };
   std::vector<TextureJob> jobs;
-  std::vector<std::pair<fs::path, fs::path>> written;
-  auto discard = [&] {
-    for (const auto& w : written) fs::remove(w.first, ec);
-  };
   const std::string text = DumpParameterSet(set, TextureMode::Files, [&](const std::string& port,
                                                                           const vex::TextureBuffer& buffer) {
     const std::string name = stem + "." + port + suffix;
@@ -470,44 +465,36 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
     // opacity, occlusion) linear. Only a port the bundle does not know goes by the texels' origin.
     const vex::PortDeclaration* declared = bundle ? bundle->FindPort(port) : nullptr;
     const bool srgb = declared ? declared->color : buffer.colorSpace == "sRGB";
-    // The temporary keeps the real suffix so the image writer picks the right format.
-    jobs.push_back({&buffer, dir / (".tmp." + name), dir / name, srgb});
+    jobs.push_back({&buffer, (dir / name).string(), srgb, {}});
     return name;
   });
+  // The scratch names keep the real suffix, so the image writer picks the right format.
+  for (auto& job : jobs) {
+    VEX_ASSIGN(const std::size_t id, staged.Stage(job.target, StagedOutput::Kind::File));
+    job.scratch = staged.Scratch(id);
+  }
   std::vector<std::optional<vex::Error>> failures(jobs.size());
   ForEachImageJob(jobs.size(), [&](std::size_t i) {
     ImageWriteOptions io;
     io.floatPixels = options.floatTextures;
     io.srgb = jobs[i].srgb;
-    if (auto r = WriteImage(jobs[i].temp.string(), *jobs[i].buffer, io); !r) failures[i] = r.error();
+    if (auto r = WriteImage(jobs[i].scratch, *jobs[i].buffer, io); !r) failures[i] = r.error();
   });
-  for (const auto& job : jobs) written.emplace_back(job.temp, job.final);
-  for (const auto& failure : failures) {
-    if (failure) {
-      discard();  // a writer that failed half-way may have left its temporary too
-      return std::unexpected(*failure);
-    }
-  }
-  const fs::path tempJson = dir / (".tmp." + target.filename().string());
-  {
-    std::ofstream out(tempJson, std::ios::binary);
-    out << text;
-    out.close();
-    if (!out) {
-      discard();
-      fs::remove(tempJson, ec);
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
-    }
-  }
-  written.emplace_back(tempJson, target);
-  for (const auto& [from, to] : written) {
-    fs::rename(from, to, ec);
-    if (ec) {
-      discard();
-      return VEX_FAIL(vex::ErrorKind::FileIO, to.string() + ": cannot write: " + ec.message());
-    }
-  }
+  for (const auto& failure : failures)
+    if (failure) return std::unexpected(*failure);
+  VEX_ASSIGN(const std::size_t id, staged.Stage(path, StagedOutput::Kind::File));
+  std::ofstream out(staged.Scratch(id), std::ios::binary);
+  out << text;
+  out.close();
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
   return {};
+}
+
+vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
+                                        const WriteOptions& options) {
+  StagedOutput staged(/*createParents=*/false);
+  VEX_TRY(WriteParameterSetFile(path, set, options, staged));
+  return staged.CommitAll();
 }
 
 }  // namespace host::json

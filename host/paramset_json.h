@@ -17,6 +17,10 @@
 
 #include "vex/host.h"
 
+namespace host {
+class StagedOutput;
+}
+
 namespace host::json {
 
 enum class TextureMode {
@@ -49,9 +53,14 @@ struct WriteOptions {
   const vex::IPortBundles* bundles = nullptr;  ///< colour ports of the bundle are written sRGB-encoded
 };
 
-/// Writes the JSON and every texture beside it (named "<json stem>.<port>.png|exr"). All files go
-/// to temporary names first and are renamed at the end: a failure leaves no output behind.
+/// Writes the JSON and every texture beside it (named "<json stem>.<port>.png|exr") into an existing
+/// directory. All files are staged (host/staged_output.h) and put in place together: a failure
+/// leaves no output behind.
 vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
                                         const WriteOptions& options);
+/// The same, staging the files in `staged` without committing them (the caller commits or
+/// discards them with the rest of its output).
+vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
+                                        const WriteOptions& options, StagedOutput& staged);
 
 }  // namespace host::json

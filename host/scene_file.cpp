@@ -1,4 +1,5 @@
 #include "host/scene_file.h"
+#include "host/staged_output.h"
 
 #include <charconv>
 #include <cmath>
@@ -7,38 +8,23 @@
 #include <limits>
 #include <sstream>
 
-#include <nlohmann/json.hpp>
-
+#include "host/json_codec.h"
 #include "host/material_file.h"
 #include "host/materials.h"
 #include "vex/material.h"
 #include "vex/polygon.h"
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
+using Json = host::json_codec::Json;
 
 namespace host::scene_file {
 namespace {
 
 // --- values ------------------------------------------------------------------------------------
 
-vex::Error WriteError(const std::string& where, const std::string& problem) {
-  return vex::MakeError(vex::ErrorKind::WrongDataType, where + ": " + problem, VEX_UNIT, __LINE__);
-}
-
-vex::Result<Json> Number(double v, const std::string& where) {
-  if (!std::isfinite(v)) return std::unexpected(WriteError(where, "a number that is not finite cannot be saved"));
-  return Json(v);
-}
-
-vex::Result<Json> Numbers(std::initializer_list<double> values, const std::string& where) {
-  Json out = Json::array();
-  for (const double v : values) {
-    VEX_ASSIGN(Json n, Number(v, where));
-    out.push_back(std::move(n));
-  }
-  return out;
-}
+using json_codec::Number;
+using json_codec::Numbers;
+using json_codec::WriteError;
 
 vex::Result<Json> ValueToJson(const vex::Data& data, const std::string& where);
 
@@ -67,19 +53,8 @@ vex::Result<Json> Tagged(std::string_view tag, vex::Result<Json> value) {
 }
 
 vex::Result<Json> ValueToJson(const vex::Data& data, const std::string& where) {
+  if (auto scalar = json_codec::EncodeScalar(data, where)) return std::move(*scalar);
   const auto& v = data.value;
-  if (const auto* b = std::get_if<bool>(&v)) return Json(*b);
-  if (const auto* s = std::get_if<std::string>(&v)) return Json(*s);
-  if (const auto* n = std::get_if<std::int32_t>(&v)) return Tagged("int32", Json(*n));
-  if (const auto* n = std::get_if<std::int64_t>(&v)) return Tagged("int64", Json(*n));
-  if (const auto* f = std::get_if<double>(&v)) return Tagged("float64", Number(*f, where));
-  if (const auto* id = std::get_if<vex::Id>(&v)) return Tagged("id", Json(id->Str()));
-  if (const auto* p = std::get_if<vex::Vector2d>(&v)) return Tagged("vector2", Numbers({p->x, p->y}, where));
-  if (const auto* p = std::get_if<vex::Vector3d>(&v)) return Tagged("vector", Numbers({p->x, p->y, p->z}, where));
-  if (const auto* p = std::get_if<vex::Vector4d>(&v))
-    return Tagged("vector4", Numbers({p->x, p->y, p->z, p->w}, where));
-  if (const auto* c = std::get_if<vex::Color>(&v)) return Tagged("color", Numbers({c->r, c->g, c->b}, where));
-  if (const auto* c = std::get_if<vex::ColorA>(&v)) return Tagged("colora", Numbers({c->r, c->g, c->b, c->a}, where));
   if (const auto* a = std::get_if<vex::DataArray>(&v)) {
     Json out = Json::array();
     for (std::size_t i = 0; i < a->size(); ++i) {
@@ -125,44 +100,9 @@ vex::Result<Json> ContainerToJson(const vex::ParamContainer& container, const st
 
 // --- reading -----------------------------------------------------------------------------------
 
-struct Reader {
-  const std::string& source;
+struct Reader : json_codec::Decoder {
   const ReadOptions& options;
   bool loose = false;  ///< plain numbers and arrays allowed (descriptions), not in scene parameters
-
-  vex::Error Fail(const std::string& where, const std::string& problem) const {
-    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + where + ": " + problem, VEX_UNIT, __LINE__);
-  }
-
-  vex::Result<double> Float(const Json& v, const std::string& where) const {
-    if (!v.is_number()) return std::unexpected(Fail(where, "expected a number"));
-    return v.get<double>();
-  }
-
-  vex::Result<std::vector<double>> Floats(const Json& v, std::size_t n, const std::string& where) const {
-    if (!v.is_array() || v.size() != n)
-      return std::unexpected(Fail(where, "expected an array of " + std::to_string(n) + " numbers"));
-    std::vector<double> out;
-    for (const auto& e : v) {
-      VEX_ASSIGN(double f, Float(e, where));
-      out.push_back(f);
-    }
-    return out;
-  }
-
-  vex::Result<std::int64_t> Integer(const Json& v, std::int64_t lo, std::int64_t hi, const std::string& where) const {
-    if (!v.is_number_integer()) return std::unexpected(Fail(where, "expected a whole number"));
-    if (v.is_number_unsigned() && v.get<std::uint64_t>() > static_cast<std::uint64_t>(hi))
-      return std::unexpected(Fail(where, "number out of range"));
-    const auto n = v.get<std::int64_t>();
-    if (n < lo || n > hi) return std::unexpected(Fail(where, "number out of range"));
-    return n;
-  }
-
-  vex::Result<std::string> String(const Json& v, const std::string& where) const {
-    if (!v.is_string()) return std::unexpected(Fail(where, "expected a string"));
-    return v.get<std::string>();
-  }
 
   vex::Result<vex::UnitScale> Unit(const Json& v, const std::string& where) const {
     if (v.is_string()) {
@@ -231,52 +171,7 @@ struct Reader {
   }
 
   vex::Result<vex::Data> Typed(const std::string& tag, const Json& v, const std::string& where) const {
-    if (tag == "bool") {
-      if (!v.is_boolean()) return std::unexpected(Fail(where, "expected true or false"));
-      return vex::Data(v.get<bool>());
-    }
-    if (tag == "int32") {
-      VEX_ASSIGN(auto n, Integer(v, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max(),
-                                 where));
-      return vex::Data(static_cast<std::int32_t>(n));
-    }
-    if (tag == "int64") {
-      VEX_ASSIGN(auto n, Integer(v, std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max(),
-                                 where));
-      return vex::Data(n);
-    }
-    if (tag == "float64") {
-      VEX_ASSIGN(double f, Float(v, where));
-      return vex::Data(f);
-    }
-    if (tag == "string") {
-      VEX_ASSIGN(std::string s, String(v, where));
-      return vex::Data(std::move(s));
-    }
-    if (tag == "id") {
-      VEX_ASSIGN(std::string s, String(v, where));
-      return vex::Data(vex::Id(std::move(s)));
-    }
-    if (tag == "vector2") {
-      VEX_ASSIGN(auto f, Floats(v, 2, where));
-      return vex::Data(vex::Vector2d{f[0], f[1]});
-    }
-    if (tag == "vector") {
-      VEX_ASSIGN(auto f, Floats(v, 3, where));
-      return vex::Data(vex::Vector3d{f[0], f[1], f[2]});
-    }
-    if (tag == "vector4") {
-      VEX_ASSIGN(auto f, Floats(v, 4, where));
-      return vex::Data(vex::Vector4d{f[0], f[1], f[2], f[3]});
-    }
-    if (tag == "color") {
-      VEX_ASSIGN(auto f, Floats(v, 3, where));
-      return vex::Data(vex::Color{f[0], f[1], f[2]});
-    }
-    if (tag == "colora") {
-      VEX_ASSIGN(auto f, Floats(v, 4, where));
-      return vex::Data(vex::ColorA{f[0], f[1], f[2], f[3]});
-    }
+    if (auto scalar = Scalar(tag, v, where)) return std::move(*scalar);
     if (tag == "array") {
       if (!v.is_array()) return std::unexpected(Fail(where, "expected an array"));
       vex::DataArray out;
@@ -357,16 +252,6 @@ struct Reader {
       out.Set(id, std::move(d));
     }
     return out;
-  }
-
-  vex::Result<void> Keys(const Json& v, std::initializer_list<std::string_view> allowed, const std::string& where) const {
-    if (!v.is_object()) return std::unexpected(Fail(where, "expected an object"));
-    for (const auto& [k, e] : v.items()) {
-      bool known = false;
-      for (const auto a : allowed) known = known || k == a;
-      if (!known) return std::unexpected(Fail(where.empty() ? k : where + "." + k, "unknown key"));
-    }
-    return {};
   }
 
   vex::Result<void> Tracks(const Json& v, SceneObject& object, const std::string& where) const {
@@ -472,10 +357,7 @@ struct Reader {
 };
 
 vex::Result<Json> ParseJson(std::string_view text, const std::string& source) {
-  Json root = Json::parse(text, nullptr, false);
-  if (root.is_discarded())
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not a JSON document");
-  return root;
+  return json_codec::Parse(text, source);
 }
 
 vex::Result<std::string> ReadText(const std::string& path) {
@@ -521,7 +403,7 @@ vex::Result<Json> ObjectToJson(const SceneObject& object, const std::string& whe
 vex::Result<void> Parse(std::string_view text, const std::string& source, Document& document,
                         const ReadOptions& options) {
   VEX_ASSIGN(Json root, ParseJson(text, source));
-  const Reader reader{source, options};
+  const Reader reader{{source}, options};
   if (!root.is_object()) return std::unexpected(reader.Fail("(top)", "expected an object"));
   // The material sections are read by their own unit (host/material_file.h), after the objects.
   Json materialSections = Json::object();
@@ -589,8 +471,8 @@ vex::Result<std::string> Dump(const Document& document) {
   root["objects"] = std::move(objects);
   if (const auto* materials = document.MaterialsIfAny(); materials != nullptr && !materials->IsEmpty()) {
     VEX_ASSIGN(auto sections, material_file::Write(document));
-    root["substanceAssets"] = Json::parse(sections.assets);
-    root["materials"] = Json::parse(sections.materials);
+    VEX_ASSIGN(root["substanceAssets"], json_codec::Parse(sections.assets, document.GetName()));
+    VEX_ASSIGN(root["materials"], json_codec::Parse(sections.materials, document.GetName()));
   }
   return root.dump(2) + "\n";
 }
@@ -609,32 +491,13 @@ vex::Result<Document*> Load(Documents& documents, const std::string& path, const
 
 vex::Result<void> Save(const Document& document, const std::string& path) {
   VEX_ASSIGN(std::string text, Dump(document));
-  const fs::path target(path);
-  const fs::path temp = target.parent_path() / (".tmp." + target.filename().string());
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
-    out << text;
-    out.flush();
-    if (!out) {
-      std::error_code ec;
-      fs::remove(temp, ec);
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
-    }
-  }
-  std::error_code ec;
-  fs::rename(temp, target, ec);
-  if (ec) {
-    fs::remove(temp, ec);
-    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot replace the file");
-  }
-  return {};
+  return WriteFileStaged(path, text, /*createParents=*/false);
 }
 
 vex::Result<vex::DataDictionary> ParseDictionary(std::string_view text, const std::string& source,
                                                  const ReadOptions& options) {
   VEX_ASSIGN(Json root, ParseJson(text, source));
-  Reader reader{source, options, true};
+  Reader reader{{source}, options, true};
   if (!root.is_object()) return std::unexpected(reader.Fail("(top)", "expected an object"));
   return reader.Dictionary(root, "(top)");
 }

@@ -33,8 +33,8 @@ vex::Result<std::string> Dump(const Document& document);
 /// path is the file's directory. On failure no document is added.
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const ReadOptions& options = {});
 
-/// Writes the document to a temporary file beside `path`, then renames it: a failure leaves an
-/// existing file untouched.
+/// Writes the document to a scratch file beside `path` (host/staged_output.h), then renames it: a
+/// failure leaves an existing file untouched. The directory must exist.
 vex::Result<void> Save(const Document& document, const std::string& path);
 
 /// A JSON object read into a data dictionary with plain values: booleans, whole numbers (int32,

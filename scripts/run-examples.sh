@@ -34,11 +34,13 @@ done
 "$tool" light base-intensity examples/lights_scene.vex --object Key
 "$tool" light convert examples/lights_scene.vex --object Key --units 3 -o out/lights/radiant.vex
 "$tool" light build examples/light_description.json -o out/lights/window_fill.vex
-# Every Corvane example as files other tools open: glTF, USD, OBJ/MTL and FBX, each on a preview
+# Every Corvane example as files other tools open, in every format of the catalogue, each on a preview
 # sphere, in out/files/<format>/<example>/; every glTF goes through the Khronos validator.
+# The format list is the tool's own catalogue (first column of `vexinterop formats`).
+mapfile -t formats < <("$tool" formats | cut -f1)
 corvane_examples=(examples/corvane_*.json)
 if ((${#corvane_examples[@]})); then
-  for format in gltf usd obj fbx; do
+  for format in "${formats[@]}"; do
     echo "convert ${corvane_examples[*]} -> $format"
     "$tool" convert "${corvane_examples[@]}" --to "$format" -o "out/files/$format"
   done
@@ -59,7 +61,7 @@ for material in Brick Plaster Leather Wood Tiles "Viewport Metal" "Preview Glow"
 done
 "$tool" material import out/materials/Wood.json --scene examples/materials_scene.vex -o out/materials/imported.vex
 # The example scene's materials as files of every format, and a glTF file imported back into a scene.
-for format in gltf usd obj fbx; do
+for format in "${formats[@]}"; do
   echo "export examples/materials_scene.vex -> $format"
   "$tool" export examples/materials_scene.vex --to "$format" --texture-size 256 -o "out/scene/$format"
 done

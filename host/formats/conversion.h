@@ -1,45 +1,57 @@
-// Parameter sets into the bundle a file format needs, and back into the
-// Corvane bundle, through the module's mapper registry: the road every file
-// command takes between a set and a file.
+// The one road of a parameter set into another bundle, which every file command and `map`
+// take: the registered mapping from the set's bundle to the target, else the mapping registered
+// the other way round in its import direction (when it accepts the set), else through the
+// Corvane bundle, which a set the material importer reads reaches through the importer.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/formats/formats.h"
+#include "host/formats/catalogue.h"
+#include "vex/interfaces.h"
 #include "vex/material.h"
+
+namespace host {
+class Documents;
+}
 
 namespace host::formats {
 
-/// Runs the registered mapping from the set's bundle to `targetBundle` (vex::FindMapping, then
-/// MapMaterialData). NotFound when no mapping connects the two; the mapping's own error
-/// otherwise.
-vex::Result<vex::MappingOutput> MapSet(const vex::ParameterSetRef& set, std::string_view targetBundle);
-
-struct FormatSet {
-  vex::ParameterSetRef set;  ///< in one of AcceptedBundles(format)
-  bool mapped = false;       ///< false: the input was already in that bundle
-  std::vector<vex::DefaultUse> defaults;  ///< what the mapping filled in from source defaults
-  std::vector<std::string> warnings;      ///< what the mapping lost that a flag would keep
+struct Converted {
+  vex::ParameterSetRef set;
+  bool mapped = false;                    ///< false: the input was already in the bundle
+  std::vector<vex::DefaultUse> defaults;  ///< what the mappings filled in from source defaults
+  /// What the target bundle's file will show differently from the source set, one line each
+  /// (without the material's name; the caller puts it in front).
+  std::vector<std::string> warnings;
 };
 
-struct ConvertOptions {
-  /// With a Corvane source whose constant emission weight exceeds 1, the glTF set gets the
-  /// weight as "emissiveStrength" (the mapping clamps the weight to 1 in the factor).
-  bool emissiveStrength = false;
+/// Where the material importer may build its scratch material (a set it reads reaches the
+/// Corvane bundle only through a node material). Without one that road is closed.
+struct ConversionContext {
+  Documents* documents = nullptr;
 };
 
-/// The set as the format's writer takes it: unchanged when its bundle is accepted, else mapped
-/// into the first accepted bundle that a registered mapping reaches. NotFound ("No material
-/// mapping from <bundle> to <first accepted bundle>") when none does.
-vex::Result<FormatSet> ToFormatBundle(const vex::ParameterSetRef& set, Format format,
-                                      const ConvertOptions& options = {});
+/// The set in `target`. NotFound ("No material mapping from <bundle> to <target>") when no road
+/// leads there; the mapping's or importer's own error otherwise.
+vex::Result<Converted> ConvertSet(const vex::ParameterSetRef& set, std::string_view target,
+                                  const ConversionContext& context = {});
 
-/// A set read from a file (glTF, OBJ or generic bundle) as a Corvane set. glTF sets take the
-/// import direction of the Corvane-glTF mapping. The OBJ and generic conversions live in the
-/// material importer and are reached through it; until it builds materials, such sets fail with
-/// NotFound naming the bundle.
-vex::Result<vex::ParameterSetRef> ToCorvane(const vex::ParameterSetRef& set);
+/// The set as the writer of `row` takes it: unchanged when the writer takes its bundle, else in
+/// the first of the row's bundles that a road reaches.
+vex::Result<Converted> ToWriterBundle(const vex::ParameterSetRef& set, const FormatRow& row,
+                                      const ConversionContext& context = {});
+
+/// The registered mapping between the two bundles, in either direction (a mapping serving both
+/// is registered under its export direction and takes the import direction when it accepts the
+/// set). NotFound when neither is registered or accepts the set.
+vex::Result<std::shared_ptr<vex::IMaterialMapping>> FindMappingEitherWay(const vex::ParameterSet& set,
+                                                                        std::string_view target);
+
+/// Resolves the texture properties a baker applies: a texture whose entry says "channelSelect"
+/// gets that channel in red, green and blue; "valueScale" multiplies red, green and blue. Both
+/// properties are then dropped so that nothing applies them twice.
+void ResolveTextureProperties(vex::ParameterSet& set);
 
 }  // namespace host::formats

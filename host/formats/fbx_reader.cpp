@@ -346,19 +346,4 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
   return out;
 }
 
-vex::Result<std::vector<ImportedMaterial>> ReadFbxMaterials(const std::string& path, const vex::IPortBundles& bundles) {
-  VEX_ASSIGN(SceneData scene, ReadFbx(path, bundles, {}));
-  std::vector<ImportedMaterial> out;
-  for (auto& material : scene.materials) {
-    ImportedMaterial imported;
-    imported.name = material.name;
-    imported.set = *material.set;
-    const std::string prefix = "material '" + material.name + "': ";
-    for (const auto& line : scene.warnings)
-      if (line.rfind(prefix, 0) == 0) imported.warnings.push_back(line.substr(prefix.size()));
-    out.push_back(std::move(imported));
-  }
-  return out;
-}
-
 }  // namespace host::formats::detail

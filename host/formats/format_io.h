@@ -25,6 +25,11 @@ struct WriteOptions {
 struct WrittenFiles {
   std::vector<std::string> files;
   std::vector<std::string> warnings;
+  /// Which file each textured port became (for reports): material name, port, file.
+  struct Texture {
+    std::string material, port, file;
+  };
+  std::vector<Texture> textures;
 };
 
 struct ReadOptions {

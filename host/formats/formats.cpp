@@ -14,73 +14,6 @@
 namespace fs = std::filesystem;
 
 namespace host::formats {
-namespace {
-
-constexpr std::array<std::string_view, 1> kGltfBundles = {vex::bundle::kGltf};
-constexpr std::array<std::string_view, 1> kUsdBundles = {vex::bundle::kUsdPreviewSurface};
-constexpr std::array<std::string_view, 1> kObjBundles = {vex::bundle::kObj};
-constexpr std::array<std::string_view, 2> kFbxBundles = {vex::bundle::kFbxPhong, vex::bundle::kObj};
-
-}  // namespace
-
-std::optional<Format> ParseFormat(std::string_view name) {
-  if (name == "gltf") return Format::Gltf;
-  if (name == "usd") return Format::Usd;
-  if (name == "obj") return Format::Obj;
-  if (name == "fbx") return Format::Fbx;
-  return std::nullopt;
-}
-
-std::string_view FormatName(Format format) {
-  switch (format) {
-    case Format::Gltf: return "gltf";
-    case Format::Usd: return "usd";
-    case Format::Obj: return "obj";
-    case Format::Fbx: return "fbx";
-  }
-  return "";
-}
-
-std::string_view MainSuffix(Format format) {
-  switch (format) {
-    case Format::Gltf: return ".gltf";
-    case Format::Usd: return ".usda";
-    case Format::Obj: return ".obj";
-    case Format::Fbx: return ".fbx";
-  }
-  return "";
-}
-
-std::span<const std::string_view> AcceptedBundles(Format format) {
-  switch (format) {
-    case Format::Gltf: return kGltfBundles;
-    case Format::Usd: return kUsdBundles;
-    case Format::Obj: return kObjBundles;
-    case Format::Fbx: return kFbxBundles;
-  }
-  return {};
-}
-
-vex::Result<WrittenMaterial> WriteMaterial(Format format, const vex::ParameterSet& set, const std::string& name,
-                                           const std::string& directory, const vex::IPortBundles& bundles,
-                                           const WriteOptions& options) {
-  bool accepted = false;
-  for (const auto bundle : AcceptedBundles(format)) accepted = accepted || set.GetBundle() == bundle;
-  if (!accepted)
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument, std::string("the ") + std::string(FormatName(format)) +
-                                                         " writer does not take sets of the bundle " +
-                                                         set.GetBundle().Str());
-  const PortReader reader(set, bundles);
-  const std::string safe = SafeName(name);
-  switch (format) {
-    case Format::Gltf: return detail::WriteGltf(reader, safe, directory, options);
-    case Format::Usd: return detail::WriteUsd(reader, safe, directory);
-    case Format::Obj: return detail::WriteObj(reader, safe, directory);
-    case Format::Fbx: return detail::WriteFbx(reader, safe, directory, bundles, options.fbxAscii);
-  }
-  return VEX_FAIL(vex::ErrorKind::IllegalArgument, "unknown format");
-}
-
 std::pair<std::int64_t, std::int64_t> FittedSize(std::int64_t width, std::int64_t height, int maxSize,
                                                  bool powerOfTwo) {
   double w = static_cast<double>(width), h = static_cast<double>(height);
@@ -185,6 +118,7 @@ vex::Result<void> WriteTexture(const std::string& directory, const std::string& 
                                bool srgb) {
   ImageWriteOptions options;
   options.srgb = srgb;
+  options.floatPixels = fs::path(file).extension() == ".exr";
   return WriteImage((fs::path(directory) / file).string(), texture, options);
 }
 

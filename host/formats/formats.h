@@ -1,7 +1,5 @@
-// Material files for other tools: the four formats the command line writes
-// (glTF 2.0, USD text, OBJ/MTL, FBX), the bundles each writer takes, and the
-// pieces every writer shares (reading a port with the bundle's default,
-// writing a texture file, the preview mesh it puts the material on).
+// The pieces every file writer shares: reading a port with the bundle's default, writing a
+// texture file, numbers as text, texture fitting and the preview mesh a material is shown on.
 #pragma once
 
 #include <cstdint>
@@ -12,48 +10,19 @@
 #include <string_view>
 #include <vector>
 
+#include "host/formats/format_io.h"
 #include "vex/host.h"
 #include "vex/material.h"
 
 namespace host::formats {
 
-enum class Format { Gltf, Usd, Obj, Fbx };
-
-/// "gltf", "usd", "obj" or "fbx" (lower case); nullopt for anything else.
-std::optional<Format> ParseFormat(std::string_view name);
-std::string_view FormatName(Format format);
-/// The main file's suffix with its dot (".gltf", ".usda", ".obj", ".fbx").
-std::string_view MainSuffix(Format format);
-
-/// The bundles a writer takes, preferred first. A set in another bundle is mapped into the first
-/// of them that a registered mapping reaches. FBX takes its Phong bundle, then the OBJ bundle
-/// (whose colours, opacity and normal map an FBX Phong surface carries too).
-std::span<const std::string_view> AcceptedBundles(Format format);
-
-struct WriteOptions {
-  /// glTF: write KHR_materials_emissive_strength when the emission exceeds 1 (otherwise the
-  /// emissive factor is clamped to 1, as the mapping clamps it).
-  bool emissiveStrength = false;
-  /// FBX: the ASCII form instead of binary FBX 7.4.
-  bool fbxAscii = false;
-};
-
-/// What a writer produced: the files (relative to the output directory, the main file first) and
-/// the losses it noted.
+/// What one of the material writers below produced: the files (relative to the output
+/// directory, the main file first), the losses it noted, and port -> texture file.
 struct WrittenMaterial {
   std::vector<std::string> files;
   std::vector<std::string> warnings;
-  std::vector<std::pair<std::string, std::string>> textures;  ///< port of the set -> texture file
+  std::vector<std::pair<std::string, std::string>> textures;
 };
-
-/// Writes the material `name` (a set in one of AcceptedBundles(format)) on the preview mesh into
-/// `directory`, which must exist: "<name><suffix>" plus companions (.bin, .mtl, textures named
-/// "<name>_<port>.png"). IllegalArgument when the set's bundle is not one the writer takes;
-/// FileIO naming the file when a file cannot be written. Files already written stay: callers
-/// write into a directory of their own and discard it on failure.
-vex::Result<WrittenMaterial> WriteMaterial(Format format, const vex::ParameterSet& set, const std::string& name,
-                                           const std::string& directory, const vex::IPortBundles& bundles,
-                                           const WriteOptions& options = {});
 
 /// The size a texture of width x height gets under a size limit (`maxSize` > 0: the longer side
 /// at most maxSize, the aspect kept) and, with `powerOfTwo`, each side rounded to the nearest

@@ -1,5 +1,4 @@
-// The glTF unit seen from the material-preview entry points (WriteMaterial and ReadMaterials),
-// with plain arguments only, so that their units need not include format_io.h.
+// What the glTF writer produced before it becomes the catalogue's WrittenFiles.
 #pragma once
 
 #include <string>
@@ -17,12 +16,5 @@ struct GltfPreviewFiles {
   std::vector<std::pair<std::string, std::string>> textures;  ///< port of the first material -> image file
 };
 
-/// WriteGltf with the options spelled out.
-vex::Result<GltfPreviewFiles> WriteGltfScene(const SceneData& scene, const std::string& directory,
-                                             const std::string& stem, const vex::IPortBundles& bundles,
-                                             bool emissiveStrength, bool glb);
-
-/// ReadGltf with textures at the file's own size.
-vex::Result<SceneData> ReadGltfScene(const std::string& path, const vex::IPortBundles& bundles);
 
 }  // namespace host::formats::detail

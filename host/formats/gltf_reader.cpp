@@ -712,8 +712,4 @@ vex::Result<SceneData> ReadGltf(const std::string& path, const vex::IPortBundles
   return reader.Read();
 }
 
-vex::Result<SceneData> ReadGltfScene(const std::string& path, const vex::IPortBundles& bundles) {
-  return ReadGltf(path, bundles, ReadOptions{});
-}
-
 }  // namespace host::formats::detail

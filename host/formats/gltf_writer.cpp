@@ -671,17 +671,9 @@ vex::Result<WrittenFiles> WriteGltf(const SceneData& scene, const std::string& d
   WrittenFiles written;
   written.files = std::move(files.files);
   written.warnings = std::move(files.warnings);
+  const std::string material = scene.materials.empty() ? std::string() : scene.materials.front().name;
+  for (auto& [port, file] : files.textures) written.textures.push_back({material, port, file});
   return written;
-}
-
-vex::Result<GltfPreviewFiles> WriteGltfScene(const SceneData& scene, const std::string& directory,
-                                             const std::string& stem, const vex::IPortBundles& bundles,
-                                             bool emissiveStrength, bool glb) {
-  WriteOptions options{};
-  options.emissiveStrength = emissiveStrength;
-  options.glb = glb;
-  Writer writer(scene, directory, stem, bundles, options);
-  return writer.Write();
 }
 
 }  // namespace host::formats::detail

@@ -10,18 +10,6 @@ namespace fs = std::filesystem;
 
 namespace host::formats {
 
-vex::Result<std::vector<ImportedMaterial>> ReadMaterials(const std::string& path, const vex::IPortBundles& bundles) {
-  std::string suffix = fs::path(path).extension().string();
-  std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return std::tolower(c); });
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no such file");
-  if (suffix == ".gltf" || suffix == ".glb") return detail::ReadGltfMaterials(path, bundles);
-  if (suffix == ".obj") return detail::ReadAssimpMaterials(path, true, bundles);
-  if (suffix == ".fbx") return detail::ReadFbxMaterials(path, bundles);
-  return VEX_FAIL(vex::ErrorKind::IllegalArgument,
-                  path + ": unknown file type (expected .gltf, .glb, .obj or .fbx)");
-}
-
 namespace detail {
 
 vex::Result<vex::TextureBuffer> ReadPortTexture(const std::string& materialFile, const std::string& imagePath,

@@ -1,7 +1,5 @@
-// Materials of files made by other tools, as parameter sets of the format's
-// bundle: glTF and GLB (tinygltf) give sets of the glTF bundle, OBJ (Assimp)
-// sets of the OBJ bundle, FBX (Assimp) sets of the generic bundle. Textures
-// are loaded into the sets (colour ports linearised from sRGB).
+// What the format readers share: loading a port's image (colour ports linearised from sRGB)
+// and the Phong exponent as a roughness.
 #pragma once
 
 #include <string>
@@ -12,24 +10,7 @@
 
 namespace host::formats {
 
-struct ImportedMaterial {
-  std::string name;      ///< the file's name for it ("material_<i>" when it has none)
-  vex::ParameterSet set; ///< tagged with the format's bundle
-  std::vector<std::string> warnings;  ///< what the bundle could not take
-};
-
-/// Every material of the file, in the file's order, chosen by the suffix (.gltf, .glb, .obj,
-/// .fbx; any case). IllegalArgument for another suffix; FileIO naming the file when it cannot be
-/// read or parsed, or when a texture it names cannot be read.
-vex::Result<std::vector<ImportedMaterial>> ReadMaterials(const std::string& path, const vex::IPortBundles& bundles);
-
 namespace detail {
-vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& path, const vex::IPortBundles& bundles);
-/// OBJ and FBX.
-vex::Result<std::vector<ImportedMaterial>> ReadAssimpMaterials(const std::string& path, bool obj,
-                                                               const vex::IPortBundles& bundles);
-/// FBX materials through the FBX unit's scene reader.
-vex::Result<std::vector<ImportedMaterial>> ReadFbxMaterials(const std::string& path, const vex::IPortBundles& bundles);
 /// Reads an image for a port of `bundle` (colour ports are linearised); the message names the
 /// material file and the image.
 vex::Result<vex::TextureBuffer> ReadPortTexture(const std::string& materialFile, const std::string& imagePath,

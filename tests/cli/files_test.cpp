@@ -82,7 +82,7 @@ void ExpectColor(const Json& value, double r, double g, double b, double toleran
 void ExpectNoScratch(const fs::path& root) {
   if (!fs::exists(root)) return;
   for (const auto& entry : fs::recursive_directory_iterator(root))
-    EXPECT_EQ(entry.path().filename().string().find(".partial-"), std::string::npos) << entry.path();
+    EXPECT_EQ(entry.path().filename().string().find(".vexinterop-partial-"), std::string::npos) << entry.path();
 }
 
 TEST_F(Files, EveryWrittenGltfPassesTheKhronosValidator) {
@@ -208,7 +208,8 @@ TEST_F(Files, UsdaParsesBackWithTheSchemaNamesAndWiring) {
   EXPECT_EQ(surface.at("inputs:useSpecularWorkflow"), "0");
   EXPECT_EQ(plain.at("/corvane_plain/Materials/corvane_plain").at("outputs:surface.connect"),
             "</corvane_plain/Materials/corvane_plain/PreviewSurface.outputs:surface>");
-  EXPECT_EQ(plain.at("/corvane_plain/PreviewSphere").at("material:binding"), "</corvane_plain/Materials/corvane_plain>");
+  EXPECT_EQ(plain.at("/corvane_plain/corvane_plain/PreviewSphere").at("material:binding"),
+            "</corvane_plain/Materials/corvane_plain>");
 
   const auto textured = parse(Out("usd/corvane_textured/corvane_textured.usda"));
   const std::string material = "/corvane_textured/Materials/corvane_textured";
@@ -263,7 +264,9 @@ TEST_F(Files, CorvaneSetsSurviveTheRoundTripThroughGltf) {
 
 TEST_F(Files, ObjAndFbxCarryTheirPortsBackIntoTheirBundles) {
   for (const char* format : {"obj", "fbx"}) {
-    auto o = Tool("convert " + In("corvane_plain.json") + " --to " + std::string(format) + " -o " + Out(format));
+    // Assimp, the FBX reader, reads the ASCII form back.
+    const std::string ascii = std::string(format) == "fbx" ? " --fbx-ascii" : "";
+    auto o = Tool("convert " + In("corvane_plain.json") + " --to " + std::string(format) + ascii + " -o " + Out(format));
     ASSERT_EQ(o.exit, 0) << o.output;
     o = Tool("import " + Out(format) + "/corvane_plain/corvane_plain." + format + " --native -o " +
              Out(std::string("back_") + format));
@@ -333,7 +336,7 @@ TEST_F(Files, BrokenInputsFailClearlyAndLeaveNoOutput) {
   EXPECT_FALSE(fs::exists(Out("none")));
   o = Tool("convert " + In("corvane_plain.json") + " --to stl -o " + Out("stl"));
   EXPECT_EQ(o.exit, 1) << o.output;
-  EXPECT_NE(o.output.find("expected gltf, usd, obj or fbx"), std::string::npos) << o.output;
+  EXPECT_NE(o.output.find("expected gltf, glb, usd, obj, fbx"), std::string::npos) << o.output;
 
   // An unreadable file to import, and an import into a scene, which needs the material importer.
   std::ofstream(dir / "in" / "broken.gltf") << "{\"asset\": ";

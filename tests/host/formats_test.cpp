@@ -5,12 +5,16 @@
 
 #include <cmath>
 #include <filesystem>
+#include <unistd.h>
 
 #include "cli/files_support.h"
+#include "host/formats/catalogue.h"
 #include "host/formats/conversion.h"
 #include "host/formats/formats.h"
 #include "host/formats/readers.h"
 #include "host/paramset_json.h"
+#include "host/staged_output.h"
+#include "vex/ports.h"
 #include "material/mapping/mapping_import.h"
 #include "test_host.h"
 
@@ -57,22 +61,26 @@ class FormatsRoundTrip : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir); }
 
   /// corvane_plain.json written as `format` and read back into the format's bundle.
-  vex::ParameterSet ThroughFile(formats::Format format) {
+  vex::ParameterSet ThroughFile(std::string_view name) {
     auto& h = testing_support::Host();
+    const auto* row = formats::FindFormat(name);
+    EXPECT_NE(row, nullptr);
     host::json::ReadOptions read{&h.bundles(), &h.images(), &h.ids()};
     auto set = host::json::ReadParameterSetFile((dir / "corvane_plain.json").string(), read);
     EXPECT_TRUE(set.has_value()) << set.error().message;
-    auto formatSet = formats::ToFormatBundle(std::make_shared<const vex::ParameterSet>(*set), format);
+    auto formatSet = formats::ToWriterBundle(std::make_shared<const vex::ParameterSet>(*set), *row);
     EXPECT_TRUE(formatSet.has_value()) << formatSet.error().message;
-    const fs::path out = dir / std::string(formats::FormatName(format));
-    fs::create_directories(out);
-    auto written = formats::WriteMaterial(format, *formatSet->set, "plain", out.string(), h.bundles());
+    const fs::path out = dir / std::string(name);
+    host::StagedOutput staged;
+    formats::WriteOptions options;
+    options.fbxAscii = true;  // the form Assimp, the FBX reader, reads back
+    auto written = formats::WriteFormatFile(*row, formats::PreviewScene("plain", formatSet->set), out.string(), "plain",
+                                            h.bundles(), options, staged);
     EXPECT_TRUE(written.has_value()) << written.error().message;
-    auto read_back =
-        formats::ReadMaterials((out / ("plain" + std::string(formats::MainSuffix(format)))).string(), h.bundles());
+    auto read_back = formats::ReadFormatFile((out / ("plain" + std::string(row->suffixes.front()))).string(), h.bundles());
     EXPECT_TRUE(read_back.has_value()) << read_back.error().message;
-    EXPECT_EQ(read_back->size(), 1u);
-    return std::move(read_back->front().set);
+    EXPECT_EQ(read_back->materials.size(), 1u);
+    return *read_back->materials.front().set;
   }
 
   static vex::Color ColorOf(const vex::ParameterSet& set, std::string_view port) {
@@ -91,7 +99,7 @@ class FormatsRoundTrip : public ::testing::Test {
 };
 
 TEST_F(FormatsRoundTrip, CorvaneThroughObjKeepsWhatMtlCarries) {
-  const auto obj = ThroughFile(formats::Format::Obj);
+  const auto obj = ThroughFile("obj");
   auto corvane = interop::mapping::ImportObjToCorvane(obj);
   ASSERT_TRUE(corvane.has_value()) << corvane.error().message;
   const auto& c = **corvane;
@@ -105,7 +113,7 @@ TEST_F(FormatsRoundTrip, CorvaneThroughObjKeepsWhatMtlCarries) {
 }
 
 TEST_F(FormatsRoundTrip, CorvaneThroughFbxKeepsColourEmissionOpacityAndRoughness) {
-  const auto generic = ThroughFile(formats::Format::Fbx);
+  const auto generic = ThroughFile("fbx");
   auto corvane = interop::mapping::ImportGenericToCorvane(generic);
   ASSERT_TRUE(corvane.has_value()) << corvane.error().message;
   const auto& c = **corvane;
@@ -119,11 +127,15 @@ TEST_F(FormatsRoundTrip, CorvaneThroughFbxKeepsColourEmissionOpacityAndRoughness
 
 TEST(FormatsWriters, RejectSetsOfBundlesTheyDoNotTake) {
   auto& h = testing_support::Host();
-  vex::ParameterSet set(vex::Id(vex::bundle::kCorvane));
-  auto r = formats::WriteMaterial(formats::Format::Obj, set, "x", fs::temp_directory_path().string(), h.bundles());
+  auto set = std::make_shared<const vex::ParameterSet>(vex::Id(vex::ports::corvane::kId));
+  const fs::path target = fs::temp_directory_path() / ("formats_reject_" + std::to_string(getpid())) / "x";
+  host::StagedOutput staged;
+  auto r = formats::WriteFormatFile(*formats::FindFormat("obj"), formats::PreviewScene("x", set), target.string(), "x",
+                                    h.bundles(), {}, staged);
   ASSERT_FALSE(r.has_value());
   EXPECT_NE(r.error().message.find("does not take sets of the bundle net.kelvo.material.portbundle.corvane"),
             std::string::npos);
+  EXPECT_FALSE(fs::exists(target.parent_path()));
   EXPECT_EQ(formats::SafeName("a b/c.d"), "a_b_c_d");
   EXPECT_EQ(formats::SafeName(""), "material");
   EXPECT_EQ(formats::FittedSize(2048, 1024, 512, false), (std::pair<std::int64_t, std::int64_t>{512, 256}));
