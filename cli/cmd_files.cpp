@@ -19,6 +19,7 @@
 #include "host/formats/conversion.h"
 #include "host/formats/formats.h"
 #include "host/formats/readers.h"
+#include "host/json_text.h"
 #include "host/material_exchange.h"
 #include "host/paramset_json.h"
 #include "host/scene_file.h"
@@ -110,8 +111,8 @@ Json ReportEntry(const host::formats::FormatSet& formatSet, const host::formats:
 }
 
 std::string ReportValue(const Json& port) {
-  if (port.contains("value")) return port["value"].dump();
-  if (port.contains("url")) return port["url"].dump();
+  if (port.contains("value")) return host::DumpJsonText(port["value"]);
+  if (port.contains("url")) return host::DumpJsonText(port["url"]);
   return "";
 }
 
@@ -144,7 +145,7 @@ std::string ReportMarkdown(const Json& report) {
 /// Writes the report (Markdown for a ".md" name, else JSON) under a temporary name, then renames.
 vex::Result<void> WriteReport(const std::string& path, const Json& report) {
   const fs::path target(path);
-  const std::string text = target.extension() == ".md" ? ReportMarkdown(report) : report.dump(2) + "\n";
+  const std::string text = target.extension() == ".md" ? ReportMarkdown(report) : host::DumpJsonText(report, 2) + "\n";
   const fs::path temp = target.parent_path() / ("." + target.filename().string() + ".partial");
   std::error_code ec;
   if (!target.parent_path().empty()) fs::create_directories(target.parent_path(), ec);
@@ -551,7 +552,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
                     "FBX: write binary FBX instead of ASCII FBX (vexinterop import reads only the ASCII form back)");
   convert->add_option("--max-texture-size", convertArgs->maxTextureSize,
                       "Downscale textures whose longer side exceeds N pixels (filtered, aspect kept)")
-      ->check(CLI::PositiveNumber);
+      ->check(WholeNumberIn(1, 1 << 20));
   convert->add_flag("--pot", convertArgs->powerOfTwo, "Resample textures to power-of-two sides");
   convert->add_option("--report", convertArgs->report,
                       "Write a per-material report of what each port became (JSON; Markdown for .md)");
@@ -564,7 +565,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
   exporter->add_option("-o,--output", exportArgs->output, "Output directory (one folder per material)")->required();
   exporter->add_option("--material", exportArgs->materials, "Export only these materials (repeatable)");
   exporter->add_option("--texture-size", exportArgs->textureSize, "Size N of baked textures")
-      ->check(CLI::PositiveNumber);
+      ->check(WholeNumberIn(1, 16384));
   exporter->add_flag("--emissive-strength", exportArgs->emissiveStrength,
                      "glTF: keep emission above 1 with KHR_materials_emissive_strength instead of clamping it");
   exporter->add_flag("--fbx-binary", exportArgs->fbxBinary, "FBX: write binary FBX instead of ASCII FBX");

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/json_text.h"
 #include "host/materials.h"
 
 using Json = nlohmann::ordered_json;
@@ -371,8 +372,8 @@ vex::Result<Json> MaterialToJson(const Material& material, const MaterialStore& 
 vex::Result<void> Read(std::string_view assetsJson, std::string_view materialsJson, const std::string& source,
                        Document& document) {
   const Reader reader{source};
-  const Json assets = Json::parse(assetsJson, nullptr, false);
-  const Json materials = Json::parse(materialsJson, nullptr, false);
+  VEX_ASSIGN(const Json assets, ParseJsonText(assetsJson, source));
+  VEX_ASSIGN(const Json materials, ParseJsonText(materialsJson, source));
   if (!assets.is_array()) return std::unexpected(reader.Fail("substanceAssets", "expected an array of assets"));
   if (!materials.is_array()) return std::unexpected(reader.Fail("materials", "expected an array of materials"));
   MaterialStore& store = document.Materials();
@@ -404,7 +405,7 @@ vex::Result<Sections> Write(const Document& document) {
       materials.push_back(std::move(m));
     }
   }
-  return Sections{assets.dump(), materials.dump()};
+  return Sections{DumpJsonText(assets), DumpJsonText(materials)};
 }
 
 }  // namespace host::material_file

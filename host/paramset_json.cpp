@@ -11,6 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/input_files.h"
+#include "host/json_text.h"
 #include "host/images.h"
 
 namespace fs = std::filesystem;
@@ -380,15 +382,14 @@ std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
     params[port] = std::move(e);
   }
   root["parameters"] = std::move(params);
-  return root.dump(2) + "\n";
+  return DumpJsonText(root, 2) + "\n";
 }
 
 vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const std::string& source,
                                                  const std::string& baseDir, const ReadOptions& options) {
   std::vector<PendingTexture> pending;
   Reader reader{source, baseDir, options, &pending};
-  Json root = Json::parse(text, nullptr, false);
-  if (root.is_discarded()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
+  VEX_ASSIGN(Json root, ParseJsonText(text, source));
   if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
   for (const auto& [key, unused] : root.items()) {
     (void)unused;
@@ -430,12 +431,9 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
 }
 
 vex::Result<vex::ParameterSet> ReadParameterSetFile(const std::string& path, const ReadOptions& options) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open file");
-  std::stringstream text;
-  text << in.rdbuf();
+  VEX_ASSIGN(const std::string text, ReadInputFile(path));
   const std::string baseDir = fs::path(path).parent_path().string();
-  return ParseParameterSet(text.str(), path, baseDir, options);
+  return ParseParameterSet(text, path, baseDir, options);
 }
 
 vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,

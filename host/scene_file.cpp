@@ -9,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/input_files.h"
+#include "host/json_text.h"
 #include "host/material_file.h"
 #include "host/materials.h"
 #include "vex/material.h"
@@ -472,19 +474,11 @@ struct Reader {
 };
 
 vex::Result<Json> ParseJson(std::string_view text, const std::string& source) {
-  Json root = Json::parse(text, nullptr, false);
-  if (root.is_discarded())
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not a JSON document");
-  return root;
+  return ParseJsonText(text, source);
 }
 
 vex::Result<std::string> ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open");
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot read");
-  return text.str();
+  return ReadInputFile(path);
 }
 
 vex::Result<Json> ObjectToJson(const SceneObject& object, const std::string& where) {
@@ -551,8 +545,8 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
   if (root.contains("renderData")) VEX_TRY(reader.RenderSettings(root["renderData"], document, "renderData"));
   if (root.contains("objects")) VEX_TRY(reader.Objects(root["objects"], document, nullptr, "objects"));
   if (!materialSections.empty())
-    VEX_TRY(material_file::Read(materialSections.value("substanceAssets", Json::array()).dump(),
-                                materialSections.value("materials", Json::array()).dump(), source, document));
+    VEX_TRY(material_file::Read(DumpJsonText(materialSections.value("substanceAssets", Json::array())),
+                                DumpJsonText(materialSections.value("materials", Json::array())), source, document));
   document.SetChanged(false);
   return {};
 }
@@ -589,10 +583,10 @@ vex::Result<std::string> Dump(const Document& document) {
   root["objects"] = std::move(objects);
   if (const auto* materials = document.MaterialsIfAny(); materials != nullptr && !materials->IsEmpty()) {
     VEX_ASSIGN(auto sections, material_file::Write(document));
-    root["substanceAssets"] = Json::parse(sections.assets);
-    root["materials"] = Json::parse(sections.materials);
+    VEX_ASSIGN(root["substanceAssets"], ParseJsonText(sections.assets, "substanceAssets"));
+    VEX_ASSIGN(root["materials"], ParseJsonText(sections.materials, "materials"));
   }
-  return root.dump(2) + "\n";
+  return DumpJsonText(root, 2) + "\n";
 }
 
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const ReadOptions& options) {

@@ -13,6 +13,7 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include "host/assimp_inputs.h"
 #include "host/formats/assimp_lock.h"
 #include "host/formats/readers.h"
 
@@ -145,6 +146,7 @@ vex::Result<std::vector<ImportedMaterial>> ReadAssimpMaterials(const std::string
                                                                const vex::IPortBundles& bundles) {
   std::lock_guard lock(AssimpMutex());
   Assimp::Importer importer;
+  importer.SetIOHandler(new RegularFileIO);
   const aiScene* scene = importer.ReadFile(path, aiProcess_ValidateDataStructure);
   if (scene == nullptr)
     return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a readable " + std::string(obj ? "OBJ" : "FBX") +

@@ -8,6 +8,8 @@
 #include <tiny_gltf.h>
 
 #include "host/formats/readers.h"
+#include "host/input_checks.h"
+#include "host/input_files.h"
 
 namespace fs = std::filesystem;
 
@@ -86,8 +88,14 @@ vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& 
   tinygltf::Model model;
   std::string error, warning;
   const bool binary = fs::path(path).extension() == ".glb" || fs::path(path).extension() == ".GLB";
-  const bool ok = binary ? loader.LoadBinaryFromFile(&model, &error, &warning, path)
-                         : loader.LoadASCIIFromFile(&model, &error, &warning, path);
+  VEX_ASSIGN(const std::string bytes, ReadInputFile(path));
+  VEX_TRY(CheckGltfBytes(bytes, path, binary));
+  loader.SetFsCallbacks({&tinygltf::FileExists, &tinygltf::ExpandFilePath, &ReadReferencedFile, &tinygltf::WriteWholeFile, nullptr});
+  const std::string baseDir = fs::path(path).parent_path().string();
+  const auto size = static_cast<unsigned>(bytes.size());
+  const bool ok = binary ? loader.LoadBinaryFromMemory(&model, &error, &warning,
+                                                       reinterpret_cast<const unsigned char*>(bytes.data()), size, baseDir)
+                         : loader.LoadASCIIFromString(&model, &error, &warning, bytes.data(), size, baseDir);
   if (!ok) {
     while (!error.empty() && (error.back() == '\n' || error.back() == '\r')) error.pop_back();
     return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a readable glTF file: " + error);

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "host/images.h"
+#include "host/input_files.h"
 
 namespace fs = std::filesystem;
 
@@ -13,8 +14,7 @@ namespace host::formats {
 vex::Result<std::vector<ImportedMaterial>> ReadMaterials(const std::string& path, const vex::IPortBundles& bundles) {
   std::string suffix = fs::path(path).extension().string();
   std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return std::tolower(c); });
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no such file");
+  VEX_TRY(CheckInputFile(path));
   if (suffix == ".gltf" || suffix == ".glb") return detail::ReadGltfMaterials(path, bundles);
   if (suffix == ".obj") return detail::ReadAssimpMaterials(path, true, bundles);
   if (suffix == ".fbx") return detail::ReadAssimpMaterials(path, false, bundles);
