@@ -160,8 +160,9 @@ vex::Result<void> WriteReport(const std::string& path, const Json& report) {
   }
   fs::rename(temp, target, ec);
   if (ec) {
+    const std::string reason = ec.message();  // before the clean-up reuses ec
     fs::remove(temp, ec);
-    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + ec.message());
+    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + reason);
   }
   return {};
 }

@@ -159,10 +159,10 @@ vex::Result<nlohmann::json> ParseJsonText(std::string_view text, const std::stri
   // The library's position counts the bytes read, the offending one included.
   const std::size_t offset = builder.position > 0 ? builder.position - 1 : 0;
   std::string reason = "not valid JSON: ";
-  if (offset >= text.size() || builder.lastToken.empty())
+  if (offset >= text.size())
     reason += "unexpected end of text";
   else
-    reason += "unexpected " + Quoted(builder.lastToken);
+    reason += "unexpected character " + Quoted(text.substr(offset, 1));
   return fail(offset, reason);
 }
 

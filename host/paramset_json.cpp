@@ -1,6 +1,7 @@
 #include "host/paramset_json.h"
 
 #include <array>
+#include <cerrno>
 #include <bit>
 #include <cstdint>
 #include <filesystem>
@@ -492,17 +493,19 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
     out << text;
     out.close();
     if (!out) {
+      const std::string reason = OsErrorText(errno);
       discard();
       fs::remove(tempJson, ec);
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + reason);
     }
   }
   written.emplace_back(tempJson, target);
   for (const auto& [from, to] : written) {
     fs::rename(from, to, ec);
     if (ec) {
+      const std::string reason = ec.message();  // before discard() reuses ec
       discard();
-      return VEX_FAIL(vex::ErrorKind::FileIO, to.string() + ": cannot write: " + ec.message());
+      return VEX_FAIL(vex::ErrorKind::FileIO, to.string() + ": cannot write: " + reason);
     }
   }
   return {};

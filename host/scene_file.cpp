@@ -1,5 +1,6 @@
 #include "host/scene_file.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -607,7 +608,7 @@ vex::Result<void> Save(const Document& document, const std::string& path) {
   const fs::path temp = target.parent_path() / (".tmp." + target.filename().string());
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + OsErrorText(errno));
     out << text;
     out.flush();
     if (!out) {
@@ -619,8 +620,9 @@ vex::Result<void> Save(const Document& document, const std::string& path) {
   std::error_code ec;
   fs::rename(temp, target, ec);
   if (ec) {
+    const std::string reason = ec.message();
     fs::remove(temp, ec);
-    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot replace the file");
+    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot replace the file: " + reason);
   }
   return {};
 }
