@@ -89,6 +89,27 @@ vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file
   return {};
 }
 
+vex::Result<void> CheckMtlText(std::string_view text, const std::string& file) {
+  std::size_t pos = 0;
+  std::size_t number = 0;
+  while (pos < text.size()) {
+    std::size_t end = text.find('\n', pos);
+    if (end == std::string_view::npos) end = text.size();
+    const std::string_view line = text.substr(pos, end - pos);
+    pos = end + 1;
+    ++number;
+    const auto words = Words(line);
+    if (words.empty()) continue;
+    const std::string_view kind = words[0];
+    if (kind == "newmtl") return {};
+    if (kind.starts_with("map_") || kind == "bump" || kind == "disp" || kind == "decal" || kind == "refl" ||
+        kind == "norm")
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument, file + ":" + std::to_string(number) + ": " +
+                                                           Quoted(kind) + " before the first \"newmtl\"");
+  }
+  return {};
+}
+
 vex::Result<void> CheckGltfBytes(std::string_view bytes, const std::string& file, bool binary) {
   std::string_view json = bytes;
   if (binary) {

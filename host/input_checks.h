@@ -17,6 +17,11 @@ namespace host {
 /// byte per binary property, two per ASCII one).
 vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file);
 
+/// An OBJ material library: texture statements (map_..., bump, disp, decal, refl, norm) must
+/// follow a "newmtl" line (the mesh library writes through a null material otherwise).
+/// Fails with "FILE:LINE: <reason>".
+vex::Result<void> CheckMtlText(std::string_view text, const std::string& file);
+
 /// glTF (`binary` false) or GLB bytes: the container's lengths (GLB) and the JSON text, which
 /// must be valid and within the nesting limit (json_text.h). Errors name the file and position.
 vex::Result<void> CheckGltfBytes(std::string_view bytes, const std::string& file, bool binary);

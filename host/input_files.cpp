@@ -75,6 +75,12 @@ vex::Result<std::string> ReadInputFile(const std::string& path) {
   return bytes;
 }
 
+std::string Shortened(std::string_view text) {
+  if (text.size() <= kQuotedMax) return std::string(text);
+  const std::string quoted = Quoted(text);  // cut on a character boundary
+  return quoted.substr(1, quoted.find("\"... (") - 1) + "... (" + std::to_string(text.size()) + " bytes)";
+}
+
 std::string Quoted(std::string_view value) {
   std::string out = "\"";
   std::size_t shown = 0;

@@ -24,6 +24,10 @@ vex::Result<std::string> ReadInputFile(const std::string& path);
 /// characters are written as \n, \t or \xNN so that a message stays on one line.
 std::string Quoted(std::string_view value);
 
+/// `text` as it is when at most 200 characters long, else its first 200 followed by
+/// "... (N bytes)": for places in messages that are built from the file's own keys.
+std::string Shortened(std::string_view text);
+
 /// The OS's text for an errno value ("Is a directory"); never "Success": 0 gives "unknown error".
 std::string OsErrorText(int error);
 

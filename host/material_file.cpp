@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/input_files.h"
 #include "host/json_text.h"
 #include "host/materials.h"
 
@@ -18,7 +19,7 @@ struct Reader {
   const std::string& source;
 
   vex::Error Fail(const std::string& where, const std::string& problem) const {
-    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + where + ": " + problem, VEX_UNIT, __LINE__);
+    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + Shortened(where) + ": " + problem, VEX_UNIT, __LINE__);
   }
 
   vex::Result<void> Keys(const Json& v, std::initializer_list<std::string_view> allowed, const std::string& where) const {

@@ -134,7 +134,7 @@ struct Reader {
   bool loose = false;  ///< plain numbers and arrays allowed (descriptions), not in scene parameters
 
   vex::Error Fail(const std::string& where, const std::string& problem) const {
-    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + where + ": " + problem, VEX_UNIT, __LINE__);
+    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + Shortened(where) + ": " + problem, VEX_UNIT, __LINE__);
   }
 
   vex::Result<double> Float(const Json& v, const std::string& where) const {

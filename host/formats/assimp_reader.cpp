@@ -146,8 +146,10 @@ vex::Result<std::vector<ImportedMaterial>> ReadAssimpMaterials(const std::string
                                                                const vex::IPortBundles& bundles) {
   std::lock_guard lock(AssimpMutex());
   Assimp::Importer importer;
-  importer.SetIOHandler(new RegularFileIO);
+  auto* io = new RegularFileIO;  // owned by the importer
+  importer.SetIOHandler(io);
   const aiScene* scene = importer.ReadFile(path, aiProcess_ValidateDataStructure);
+  if (!io->Refused().empty()) return VEX_FAIL(vex::ErrorKind::FileIO, io->Refused());
   if (scene == nullptr)
     return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a readable " + std::string(obj ? "OBJ" : "FBX") +
                                                 " file: " + importer.GetErrorString());

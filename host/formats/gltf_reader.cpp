@@ -98,6 +98,7 @@ vex::Result<std::vector<ImportedMaterial>> ReadGltfMaterials(const std::string& 
                          : loader.LoadASCIIFromString(&model, &error, &warning, bytes.data(), size, baseDir);
   if (!ok) {
     while (!error.empty() && (error.back() == '\n' || error.back() == '\r')) error.pop_back();
+    for (std::size_t at = error.find('\n'); at != std::string::npos; at = error.find('\n', at)) error.replace(at, 1, "; ");
     return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a readable glTF file: " + error);
   }
   const Reader reader{path, model, bundles};

@@ -42,7 +42,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kMapSize = 1 << 16;
-std::uint8_t g_edges[kMapSize];
+std::uint8_t g_edges[kMapSize];  // edges of the input being run
+std::uint8_t g_seen[kMapSize];   // edges of every input so far
 thread_local std::uintptr_t g_previous = 0;
 
 // The input being run, for the death callback and the alarm.
@@ -96,7 +97,7 @@ void OnAlarm(int) {
 
 std::size_t CountEdges() {
   std::size_t n = 0;
-  for (std::uint8_t e : g_edges) n += e != 0;
+  for (std::uint8_t e : g_seen) n += e != 0;
   return n;
 }
 
@@ -117,7 +118,6 @@ std::vector<std::uint8_t> ReadFile(const fs::path& path) {
 
 /// Runs one input; true when it reached an edge never seen before.
 bool Run(const std::vector<std::uint8_t>& input, unsigned timeout) {
-  static std::uint8_t seen[kMapSize];
   std::memset(g_edges, 0, sizeof g_edges);
   g_current = input.data();
   g_currentSize = input.size();
@@ -129,8 +129,8 @@ bool Run(const std::vector<std::uint8_t>& input, unsigned timeout) {
   ::alarm(0);
   bool fresh = false;
   for (std::size_t i = 0; i < kMapSize; ++i)
-    if (g_edges[i] && !seen[i]) {
-      seen[i] = 1;
+    if (g_edges[i] && !g_seen[i]) {
+      g_seen[i] = 1;
       fresh = true;
     }
   return fresh;

@@ -85,13 +85,13 @@ TEST_F(HostileInput, JsonTextNamesLineColumnAndReason) {
   const std::string deep = "{\"a\":\n  " + std::string(257, '[') + std::string(257, ']') + "}";
   auto tooDeep = host::ParseJsonText(deep, "a.json");
   ASSERT_FALSE(tooDeep);
-  EXPECT_EQ(tooDeep.error().message, "a.json:2:259: arrays and objects nested deeper than 256 levels");
+  EXPECT_EQ(tooDeep.error().message, "a.json:2:258: arrays and objects nested deeper than 256 levels");
   EXPECT_TRUE(host::ParseJsonText(deep, "a.json", 300));
   EXPECT_FALSE(host::ParseJsonText(std::string(3, '[') + std::string(3, ']'), "a.json", 2));
 
   auto syntax = host::ParseJsonText("{\"a\": 1,\n \"b\": tru}", "b.json");
   ASSERT_FALSE(syntax);
-  EXPECT_EQ(syntax.error().message, "b.json:2:11: not valid JSON: unexpected character \"}\"");
+  EXPECT_EQ(syntax.error().message, "b.json:2:10: not valid JSON: unexpected character \"}\"");
   auto truncated = host::ParseJsonText("{\"a\": [1, 2", "c.json");
   ASSERT_FALSE(truncated);
   EXPECT_EQ(truncated.error().message, "c.json:1:12: not valid JSON: unexpected end of text");
@@ -293,6 +293,30 @@ TEST_F(HostileInput, DeepJsonInEveryReaderIsAnErrorNotACrash) {
   EXPECT_TRUE(set.error().message.starts_with("set.json:1:")) << set.error().message;
 }
 
+TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefused) {
+  // Found by the fuzzer: the mesh library writes through a null material on this.
+  EXPECT_TRUE(host::CheckMtlText("# c\nnewmtl a\nmap_Kd x.png\n", "a.mtl"));
+  auto early = host::CheckMtlText("# c\n\nmap_Kd x.png\nnewmtl a\n", "a.mtl");
+  ASSERT_FALSE(early);
+  EXPECT_EQ(early.error().message, "a.mtl:3: \"map_Kd\" before the first \"newmtl\"");
+  Write("model.mtl", "2\nmap_Kd x.png\n");
+  const std::string obj = Write("model.obj", "mtllib model.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+  const auto bundles = *host::PortBundles::Builtin();
+  auto materials = host::formats::ReadMaterials(obj, bundles);
+  ASSERT_FALSE(materials);
+  EXPECT_EQ(materials.error().message, (dir_ / "model.mtl").string() + ":2: \"map_Kd\" before the first \"newmtl\"");
+  host::Documents documents;
+  const host::Units units;
+  EXPECT_FALSE(host::mesh_import::Load(documents, obj, units));
+  // The fuzzer's input: its material library names a folder first.
+  const auto parts = CorpusBytes("obj", "mtl-texture-before-newmtl", false);
+  const auto nul = parts.find('\0');
+  Write("found/model.mtl", parts.substr(nul + 1));
+  auto found = host::formats::ReadMaterials(Write("found/model.obj", parts.substr(0, nul)), bundles);
+  ASSERT_FALSE(found);
+  EXPECT_NE(found.error().message.find("is a directory, not a file"), std::string::npos) << found.error().message;
+}
+
 TEST_F(HostileInput, Latin1MaterialNameFromAnMtlSavesIntoAScene) {
   const auto parts = CorpusBytes("obj", "latin1-material-name", false);
   const auto nul = parts.find('\0');
@@ -308,7 +332,7 @@ TEST_F(HostileInput, Latin1MaterialNameFromAnMtlSavesIntoAScene) {
   const host::Units units;
   host::scene_file::ReadOptions options;
   options.units = &units;
-  ASSERT_TRUE(host::scene_file::Parse(R"({"format": "vexon-scene", "version": 1, "name": "x", "objects": [{"type": 5100, "name": "o"}]})",
+  ASSERT_TRUE(host::scene_file::Parse(R"({"format": "vexon-scene", "version": 1, "name": "x", "objects": [{"type": 1000, "name": "o"}]})",
                                       "x.vex", document, options));
   document.AllObjects().front()->SetName((*materials)[0].name);
   auto text = host::scene_file::Dump(document);
