@@ -27,7 +27,7 @@ vex::Result<void> ApplyAllplanOption(const std::string& text, vex::ParamContaine
   if (id == 2008) {
     char* end = nullptr;
     const double tolerance = std::strtod(value.c_str(), &end);
-    if (value.empty() || *end != '\0' || !std::isfinite(tolerance) || tolerance < 0)
+    if (value.empty() || *end != '\0' || !std::isfinite(tolerance))
       return VEX_FAIL(vex::ErrorKind::IllegalArgument, "--options " + host::Quoted(text) + ": expected weld=TOLERANCE (a number)");
     settings.Set(id, tolerance);
     return {};

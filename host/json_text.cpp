@@ -87,7 +87,7 @@ std::optional<ScanError> Scan(std::string_view text, int maxDepth) {
 /// where the text stops being JSON instead of the library's exception.
 class Builder {
  public:
-  using Json = nlohmann::json;
+  using Json = nlohmann::ordered_json;
   Builder(Json& root) : dom_(root, false) {}
   bool null() { return dom_.null(); }
   bool boolean(bool v) { return dom_.boolean(v); }
@@ -137,18 +137,18 @@ TextPosition PositionOf(std::string_view text, std::size_t offset) {
   return p;
 }
 
-vex::Result<nlohmann::json> ParseJsonText(std::string_view text, const std::string& file, int maxDepth) {
+vex::Result<nlohmann::ordered_json> ParseJsonText(std::string_view text, const std::string& file, int maxDepth) {
   const auto fail = [&](std::size_t offset, const std::string& reason) {
     const TextPosition p = PositionOf(text, offset);
     return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                     file + ":" + std::to_string(p.line) + ":" + std::to_string(p.column) + ": " + reason);
   };
   if (auto problem = Scan(text, std::max(maxDepth, 1))) return fail(problem->offset, problem->reason);
-  nlohmann::json root;
+  nlohmann::ordered_json root;
   Builder builder(root);
   bool ok = false;
   try {
-    ok = nlohmann::json::sax_parse(text, &builder, nlohmann::json::input_format_t::json, true);
+    ok = nlohmann::ordered_json::sax_parse(text, &builder, nlohmann::ordered_json::input_format_t::json, true);
   } catch (const std::bad_alloc&) {
     return VEX_FAIL(vex::ErrorKind::OutOfMemory, file + ": out of memory while reading JSON");
   } catch (const std::exception&) {
@@ -164,6 +164,10 @@ vex::Result<nlohmann::json> ParseJsonText(std::string_view text, const std::stri
   else
     reason += "unexpected character " + Quoted(text.substr(offset, 1));
   return fail(offset, reason);
+}
+
+std::string DumpJsonText(const nlohmann::ordered_json& value, int indent) {
+  return value.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 std::string DumpJsonText(const nlohmann::json& value, int indent) {

@@ -20,16 +20,17 @@ inline constexpr int kDefaultJsonDepth = 256;
 int JsonDepthLimit();
 void SetJsonDepthLimit(int depth);
 
-/// Parses `text` (from `file`, for messages). Fails with IllegalArgument and a one-line message
+/// Parses `text` (from `file`, for messages); objects keep their keys in the file's order. Fails with IllegalArgument and a one-line message
 /// "FILE:LINE:COLUMN: <reason>" (line and column count from 1, the column in bytes) when the text
 /// is not JSON, nests deeper than `maxDepth`, or holds bytes that are not UTF-8 (the reason names
 /// the byte). No text of the JSON library's exceptions reaches the message.
-vex::Result<nlohmann::json> ParseJsonText(std::string_view text, const std::string& file,
+vex::Result<nlohmann::ordered_json> ParseJsonText(std::string_view text, const std::string& file,
                                           int maxDepth = JsonDepthLimit());
 
 /// `value` as text (`indent` < 0: compact). Strings holding bytes that are not UTF-8 (names read
 /// from Latin-1 files) are written with U+FFFD in place of each bad byte: the output is always
 /// valid UTF-8 and this never throws.
+std::string DumpJsonText(const nlohmann::ordered_json& value, int indent = -1);
 std::string DumpJsonText(const nlohmann::json& value, int indent = -1);
 
 /// 1-based line and column (in bytes) of `offset` in `text`.
