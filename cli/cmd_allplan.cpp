@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "cli/allplan_options.h"
 #include "cli/commands.h"
 #include "host/staged_output.h"
 #include "host/mesh_import.h"
@@ -38,37 +39,6 @@ vex::Result<host::Document*> OpenInput(host::ReferenceHost& host, const std::str
                   path + ": unknown input format (expected a .vex scene or a mesh: .obj .gltf .glb .fbx .ply .stl .dae)");
 }
 
-/// "prepare", "edges", "faces", "volumes", "packed", "weld=T", or an option id ("2001", "2008=T").
-vex::Result<void> ApplyOption(const std::string& text, vex::ParamContainer& settings) {
-  const auto eq = text.find('=');
-  const std::string name = text.substr(0, eq);
-  const std::string value = eq == std::string::npos ? "" : text.substr(eq + 1);
-  struct Known {
-    const char* name;
-    std::int32_t id;
-  };
-  static constexpr Known kKnown[] = {{"prepare", 2000}, {"edges", 2001}, {"faces", 2004}, {"volumes", 2006},
-                                     {"packed", 2007},  {"weld", 2008}};
-  std::int32_t id = 0;
-  for (const auto& k : kKnown)
-    if (name == k.name || name == std::to_string(k.id)) id = k.id;
-  if (id == 0)
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument,
-                    "--options " + text + ": unknown option (prepare, edges, faces, volumes, packed, weld=TOLERANCE)");
-  if (id == 2008) {
-    char* end = nullptr;
-    const double tolerance = std::strtod(value.c_str(), &end);
-    if (value.empty() || *end != '\0')
-      return VEX_FAIL(vex::ErrorKind::IllegalArgument, "--options " + text + ": expected weld=TOLERANCE (a number)");
-    settings.Set(id, tolerance);
-    return {};
-  }
-  if (!value.empty() && value != "true" && value != "false")
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "--options " + text + ": expected " + name + "[=true|false]");
-  settings.Set(id, value != "false");
-  return {};
-}
-
 std::uint64_t CountPolygons(const host::Document& document) {
   std::uint64_t total = 0;
   for (const auto* o : document.AllObjects())
@@ -84,7 +54,7 @@ int RunAllplan(Context& context, const AllplanArgs& args) {
 
   vex::ParamContainer settings;
   for (const auto& o : args.options)
-    if (auto applied = ApplyOption(o, settings); !applied) return Fail(applied.error().message);
+    if (auto applied = ApplyAllplanOption(o, settings); !applied) return Fail(applied.error().message);
   settings.Set(2009, args.log);
   settings.Set(2110, args.version == 2005);
   if (!args.unit.empty()) {

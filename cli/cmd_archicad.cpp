@@ -171,6 +171,14 @@ host::Document* Open(host::ReferenceHost& h, const std::string& path) {
   return h.documents().GetDocuments().size() > before ? h.documents().Active() : nullptr;
 }
 
+/// The reason the last load failed, as the host recorded it.
+std::string WhyNotOpened(host::ReferenceHost& h, const std::string& path) {
+  const auto& log = h.documents().fileLog;
+  for (auto it = log.rbegin(); it != log.rend(); ++it)
+    if (it->operation == "load" && !it->ok && !it->error.empty()) return it->error;
+  return path + ": the scene was not opened";
+}
+
 int RunOpen(Context& context, const ArchicadArgs& args) {
   Prepare(context, args);
   auto loaded = context.Host();
@@ -179,7 +187,7 @@ int RunOpen(Context& context, const ArchicadArgs& args) {
   Marks before(h);
   host::Document* document = Open(h, args.path);
   PrintSince(h, before);
-  if (document == nullptr) return kExitFailure;
+  if (document == nullptr) return Fail(WhyNotOpened(h, args.path));
   std::cout << "document: " << document->GetName() << " in " << document->GetPath() << " (active, mark "
             << document->GetDataContainer().GetInt32(kMarkKey) << ")\n";
   // The scene stays with ArchiCAD: leave without the end-of-activity hand-back.
@@ -196,7 +204,7 @@ int RunClose(Context& context, const ArchicadArgs& args) {
   Marks opened(h);
   host::Document* document = Open(h, args.scene);
   PrintSince(h, opened);
-  if (document == nullptr) return kExitFailure;
+  if (document == nullptr) return Fail(WhyNotOpened(h, args.scene));
   Marks before(h);
   host::CloseDocumentAsUser(h.plugins(), h.documents(), *document);
   PrintSince(h, before);

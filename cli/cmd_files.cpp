@@ -18,6 +18,8 @@
 #include "host/formats/catalogue.h"
 #include "host/formats/conversion.h"
 #include "host/formats/formats.h"
+#include "host/input_files.h"
+#include "host/json_text.h"
 #include "host/material_exchange.h"
 #include "host/paramset_json.h"
 #include "host/scene_file.h"
@@ -113,12 +115,12 @@ std::string ReportMarkdown(const Json& report) {
 
 /// Stages the report (Markdown for a ".md" name, else JSON) with the run's other output.
 vex::Result<void> StageReport(const std::string& path, const Json& report, host::StagedOutput& staged) {
-  const std::string text = fs::path(path).extension() == ".md" ? ReportMarkdown(report) : report.dump(2) + "\n";
+  const std::string text = fs::path(path).extension() == ".md" ? ReportMarkdown(report) : host::DumpJsonText(report, 2) + "\n";
   VEX_ASSIGN(const std::size_t id, staged.Stage(path, host::StagedOutput::Kind::File));
   std::ofstream out(staged.Scratch(id), std::ios::binary);
   out << text;
   out.close();
-  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + host::OsErrorText(errno));
   return {};
 }
 
@@ -485,7 +487,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
   AddWriteOptions(convert, *convertArgs);
   convert->add_option("--max-texture-size", convertArgs->maxTextureSize,
                       "Downscale textures whose longer side exceeds N pixels (filtered, aspect kept)")
-      ->check(CLI::PositiveNumber);
+      ->check(WholeNumberIn(1, 1 << 20));
   convert->add_flag("--pot", convertArgs->powerOfTwo, "Resample textures to power-of-two sides");
   convert->add_option("--report", convertArgs->report,
                       "Write a per-material report of what each port became (JSON; Markdown for .md); "
@@ -499,7 +501,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
   AddWriteOptions(exporter, *exportArgs);
   exporter->add_option("--material", exportArgs->materials, "Export only these materials (repeatable)");
   exporter->add_option("--texture-size", exportArgs->textureSize, "Size N of baked textures")
-      ->check(CLI::PositiveNumber);
+      ->check(WholeNumberIn(1, 16384));
   exporter->callback([&context, exportArgs] { throw CLI::RuntimeError(RunExport(context, *exportArgs)); });
 
   const std::string suffixes = host::formats::ReadableSuffixes(", ");
@@ -513,7 +515,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
                    "Write each material in the file format's own bundle (glTF, OBJ or generic) instead");
   import->add_option("--texture-size", importArgs->textureSize,
                      "Fit textures so that the longer side is N pixels (default: as the file has them)")
-      ->check(CLI::PositiveNumber);
+      ->check(WholeNumberIn(1, 16384));
   import->callback([&context, importArgs] { throw CLI::RuntimeError(RunImport(context, *importArgs)); });
 
   auto* formats = app.add_subcommand("formats", "List the file formats: name, suffixes, reads/writes, options");

@@ -132,7 +132,7 @@ void AddMaterialCommands(CLI::App& app, Context& context) {
                  "Accepted port bundle and its value (0: preferred), repeatable; default: standard surface, "
                  "Corvane and viewport material, all 0");
   ex->add_option("--texture-size", exportArgs->textureSize, "Size N of baked textures")
-      ->check(CLI::Range(std::int64_t{1}, std::int64_t{16384}));
+      ->check(WholeNumberIn(1, 16384));
   ex->add_option("--resize", exportArgs->resize, "How baked textures fit N x N: stretch, pad, crop or fit");
   ex->add_option("-o,--output", exportArgs->output, "Output parameter-set JSON (textures are written beside it)")
       ->required();

@@ -2,6 +2,7 @@
 // reaches the module only through the library the reference host loads.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,16 +16,19 @@
 
 namespace cli {
 
-/// Exit codes.
+/// Exit codes, the only ones the program returns (listed in --help and the README).
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitFailure = 1;
-inline constexpr int kExitNoMapping = 2;
+inline constexpr int kExitFailure = 1;    ///< the work failed (bad input, failed mapping, cannot write)
+inline constexpr int kExitNoMapping = 2;  ///< no mapping between the two bundles
+inline constexpr int kExitUsage = 64;     ///< wrong usage: every argument error, an unknown command
 
 class Context {
  public:
   std::string modulePath;             ///< --module; default: the library beside the executable
   std::vector<std::string> settings;  ///< --set name=value
   bool verbose = false;               ///< --verbose: echo console lines and dialogs
+  std::uint64_t maxPixels = 0;        ///< --max-pixels; 0: the image reader's default
+  int maxJsonDepth = 0;               ///< --max-json-depth; 0: the JSON reader's default
   /// Runs on the new host before the module is loaded (a described registry, the user directory).
   std::function<vex::Result<void>(host::ReferenceHost&)> beforeLoad;
 
@@ -51,6 +55,10 @@ host::json::WriteOptions SetWriteOptions(host::ReferenceHost& host);
 /// Saves the document as `path` with the textures its materials are waiting to write (beside
 /// it), all staged and put in place together; returns the number of textures.
 vex::Result<std::size_t> SaveSceneWithTextures(host::Document& document, const std::string& path);
+
+/// A check for a whole-number option within [min, max] whose message is plain:
+/// "expected a whole number from MIN to MAX, got 'TEXT'".
+CLI::Validator WholeNumberIn(std::int64_t min, std::int64_t max);
 
 void AddCoreCommands(CLI::App& app, Context& context);      // info, map
 void AddLightCommands(CLI::App& app, Context& context);     // light ...

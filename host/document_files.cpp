@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "host/input_files.h"
 #include "host/scene.h"
 #include "host/scene_file.h"
 #include "host/services.h"
@@ -57,15 +58,20 @@ vex::Result<void> Documents::SaveDocument(vex::IDocument& document, std::string_
 vex::Result<std::unique_ptr<vex::IDocument>> Documents::LoadDocument(std::string_view path, std::int32_t flags) {
   const std::string native = NativePath(path);
   fileLog.push_back({"load", native, kNativeSceneFormat, flags, false});
-  std::ifstream in(native, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot open");
-  std::ostringstream text;
-  text << in.rdbuf();
+  const auto read = ReadInputFile(native);
+  if (!read) {
+    fileLog.back().error = read.error().message;
+    return std::unexpected(read.error());
+  }
+  const std::string& text = *read;
   auto document = std::make_unique<Document>(fs::path(native).stem().string());
   document->SetPath(fs::absolute(fs::path(native)).parent_path().string());
   scene_file::ReadOptions options;
   if (vex::IsHostBound()) options.units = vex::Host().units;
-  VEX_TRY(scene_file::Parse(text.str(), native, *document, options));
+  if (auto parsed = scene_file::Parse(text, native, *document, options); !parsed) {
+    fileLog.back().error = parsed.error().message;
+    return std::unexpected(parsed.error());
+  }
   fileLog.back().ok = true;
   return std::unique_ptr<vex::IDocument>(std::move(document));
 }

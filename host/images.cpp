@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cmath>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 
+#include "host/input_files.h"
 #include "host/services.h"
 
 namespace host {
@@ -77,6 +79,35 @@ vex::Result<vex::TextureBuffer> Read8Bit(OIIO::ImageInput& in, const std::string
   return buffer;
 }
 
+std::atomic<std::uint64_t> g_maxPixels{kDefaultMaxImagePixels};
+
+/// Deflate, the densest codec of the usual formats, packs at most 1032 bytes into one; a header
+/// claiming more than this many decoded bytes per file byte lies about its data.
+constexpr std::uint64_t kMaxDecodedPerFileByte = 1100;
+
+/// The header's claims against the limits and the file's size, before any pixel is allocated.
+vex::Result<void> CheckHeader(const OIIO::ImageSpec& header, const std::string& native) {
+  const auto fail = [&](const std::string& reason) {
+    return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + reason);
+  };
+  if (header.width <= 0 || header.height <= 0 || header.depth <= 0)
+    return fail("empty or negative size in the header");
+  if (header.nchannels <= 0 || header.nchannels > 64) return fail(std::to_string(header.nchannels) + " channels");
+  if (header.depth > 1) return fail("volume images are not textures");
+  const std::uint64_t pixels = std::uint64_t(header.width) * std::uint64_t(header.height);
+  const std::string size = std::to_string(header.width) + " x " + std::to_string(header.height);
+  if (pixels > MaxImagePixels())
+    return fail(size + " pixels is more than the limit of " + std::to_string(MaxImagePixels()) +
+                " (raise it with --max-pixels)");
+  std::error_code ec;
+  const std::uint64_t fileBytes = std::filesystem::file_size(native, ec);
+  const std::uint64_t decoded = pixels * std::uint64_t(header.nchannels) * header.format.size();
+  if (!ec && decoded / kMaxDecodedPerFileByte > fileBytes)
+    return fail("the header claims " + size + " pixels (" + std::to_string(decoded) + " bytes) but the file holds only " +
+                std::to_string(fileBytes) + " bytes");
+  return {};
+}
+
 }  // namespace
 
 void ForEachImageJob(std::size_t count, const std::function<void(std::size_t)>& job) {
@@ -85,8 +116,12 @@ void ForEachImageJob(std::size_t count, const std::function<void(std::size_t)>& 
   });
 }
 
+std::uint64_t MaxImagePixels() { return g_maxPixels.load(std::memory_order_relaxed); }
+void SetMaxImagePixels(std::uint64_t pixels) { g_maxPixels.store(pixels, std::memory_order_relaxed); }
+
 vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData) {
   const std::string native = NativePath(path);
+  VEX_TRY(CheckInputFile(native));
   // Texels are straight (unassociated) alpha, as PNG, TIFF and glTF keep them: the reader must not
   // premultiply colour by alpha.
   OIIO::ImageSpec config;
@@ -94,6 +129,7 @@ vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData)
   auto in = OIIO::ImageInput::open(native, &config);
   if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + OIIO::geterror());
   const OIIO::ImageSpec& header = in->spec();
+  VEX_TRY(CheckHeader(header, native));
   const int channels = header.nchannels;
   const std::size_t count = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height);
   if (header.format == OIIO::TypeDesc::UINT8) return Read8Bit(*in, native, colorData);

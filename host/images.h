@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -21,12 +22,22 @@ struct ImageWriteOptions {
   int pngFilter = 32;
 };
 
+/// Largest image (width x height) the reader decodes unless raised: 8192 x 8192, 1 GiB as float
+/// RGBA. The command line's --max-pixels changes it for the process.
+inline constexpr std::uint64_t kDefaultMaxImagePixels = std::uint64_t(8192) * 8192;
+std::uint64_t MaxImagePixels();
+void SetMaxImagePixels(std::uint64_t pixels);
+
 /// Runs job(i) for every i in [0, count) on the worker threads, several at a time, and waits.
 /// Image codecs are single-threaded: files are read and written in parallel with this.
 void ForEachImageJob(std::size_t count, const std::function<void(std::size_t)>& job);
 
 /// Reads any format OpenImageIO knows. 8-bit and 16-bit colour data (`colorData`) is decoded from
 /// sRGB to linear light; data textures stay as stored. Grey and RGB images get alpha 1.
+/// Before any pixel memory is taken the header is checked: only a regular file is read, the size
+/// must be at most MaxImagePixels() (FileIO error naming the size and the limit), and the file
+/// must be large enough for the pixels its header claims (no codec packs more than about a
+/// thousand decoded bytes into one byte of file).
 vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData);
 
 /// Writes a buffer as PNG (8 bits) or EXR (float) by the path's suffix and the options.

@@ -1,4 +1,6 @@
 #include "host/json_codec.h"
+#include "host/input_files.h"
+#include "host/json_text.h"
 
 #include <cmath>
 #include <limits>
@@ -51,13 +53,11 @@ std::optional<vex::Result<Json>> EncodeScalar(const vex::Data& data, const std::
 }
 
 vex::Result<Json> Parse(std::string_view text, const std::string& source) {
-  Json root = Json::parse(text, nullptr, false);
-  if (root.is_discarded()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not a JSON document");
-  return root;
+  return ParseJsonText(text, source);
 }
 
 vex::Error Decoder::Fail(const std::string& where, const std::string& problem) const {
-  return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + where + ": " + problem, VEX_UNIT, __LINE__);
+  return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + Shortened(where) + ": " + problem, VEX_UNIT, __LINE__);
 }
 
 vex::Result<void> Decoder::Keys(const Json& v, std::initializer_list<std::string_view> allowed,

@@ -1,3 +1,4 @@
+#include "host/json_text.h"
 #include "host/material_file.h"
 
 #include <charconv>
@@ -297,7 +298,7 @@ vex::Result<Sections> Write(const Document& document) {
       materials.push_back(std::move(m));
     }
   }
-  return Sections{assets.dump(), materials.dump()};
+  return Sections{host::DumpJsonText(assets), host::DumpJsonText(materials)};
 }
 
 }  // namespace host::material_file

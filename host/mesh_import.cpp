@@ -10,6 +10,9 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include "host/assimp_inputs.h"
+#include "host/input_checks.h"
+#include "host/input_files.h"
 #include "host/polygon_object.h"
 #include "vex/polygon.h"
 
@@ -85,9 +88,11 @@ bool IsMeshFile(std::string_view path) {
 }
 
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const vex::IUnits& units) {
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no such file");
+  VEX_ASSIGN(const std::string bytes, ReadInputFile(path));
+  if (Lower(fs::path(path).extension().string()) == ".ply") VEX_TRY(CheckPlyHeader(bytes, path));
   Assimp::Importer importer;
+  auto* io = new RegularFileIO;  // owned by the importer
+  importer.SetIOHandler(io);
   // Only positions matter: without normals and texture coordinates, corners at the same place
   // become one point.
   importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, aiComponent_NORMALS | aiComponent_TANGENTS_AND_BITANGENTS |
@@ -96,6 +101,7 @@ vex::Result<Document*> Load(Documents& documents, const std::string& path, const
                                                          aiComponent_CAMERAS | aiComponent_LIGHTS);
   const aiScene* scene =
       importer.ReadFile(path, aiProcess_RemoveComponent | aiProcess_JoinIdenticalVertices | aiProcess_ValidateDataStructure);
+  if (!io->Refused().empty()) return VEX_FAIL(vex::ErrorKind::FileIO, io->Refused());
   if (scene == nullptr || scene->mRootNode == nullptr || (scene->mFlags & AI_SCENE_FLAGS_INCOMPLETE) != 0)
     return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                     path + ": cannot read as a mesh: " + std::string(importer.GetErrorString()));

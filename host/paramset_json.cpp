@@ -1,4 +1,6 @@
 #include "host/paramset_json.h"
+#include "host/input_files.h"
+#include "host/json_text.h"
 #include "host/staged_output.h"
 
 #include <array>
@@ -381,16 +383,14 @@ std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
     params[port] = std::move(e);
   }
   root["parameters"] = std::move(params);
-  return root.dump(2) + "\n";
+  return host::DumpJsonText(root, 2) + "\n";
 }
 
 vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const std::string& source,
                                                  const std::string& baseDir, const ReadOptions& options) {
   std::vector<PendingTexture> pending;
   Reader reader{source, baseDir, options, &pending};
-  auto parsed = json_codec::Parse(text, source);
-  if (!parsed) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": not valid JSON");
-  Json root = std::move(*parsed);
+  VEX_ASSIGN(Json root, json_codec::Parse(text, source));
   if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
   for (const auto& [key, unused] : root.items()) {
     (void)unused;
@@ -432,12 +432,9 @@ vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const st
 }
 
 vex::Result<vex::ParameterSet> ReadParameterSetFile(const std::string& path, const ReadOptions& options) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open file");
-  std::stringstream text;
-  text << in.rdbuf();
+  VEX_ASSIGN(const std::string text, ReadInputFile(path));
   const std::string baseDir = fs::path(path).parent_path().string();
-  return ParseParameterSet(text.str(), path, baseDir, options);
+  return ParseParameterSet(text, path, baseDir, options);
 }
 
 vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::ParameterSet& set,
@@ -486,7 +483,7 @@ vex::Result<void> WriteParameterSetFile(const std::string& path, const vex::Para
   std::ofstream out(staged.Scratch(id), std::ios::binary);
   out << text;
   out.close();
-  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + OsErrorText(errno));
   return {};
 }
 

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <sstream>
+
+#include "host/input_files.h"
 
 namespace host {
 namespace {
@@ -117,13 +120,19 @@ RegistryFile::Key& RegistryFile::MakeKey(std::string_view keyPath) {
 
 void RegistryFile::SetValue(std::string_view keyPath, std::string_view name, Type type, std::string data) {
   Key& key = MakeKey(keyPath);
-  for (auto& v : key.values)
-    if (EqualNoCase(v.name, name)) {
-      v.type = type;
-      v.data = std::move(data);
-      return;
-    }
+  const auto [at, added] = key.byName.try_emplace(Lower(name), key.values.size());
+  if (!added) {
+    Value& v = key.values[at->second];
+    v.type = type;
+    v.data = std::move(data);
+    return;
+  }
   key.values.push_back({std::string(name), type, std::move(data)});
+}
+
+void RegistryFile::Key::Reindex() {
+  byName.clear();
+  for (std::size_t i = 0; i < values.size(); ++i) byName.try_emplace(Lower(values[i].name), i);
 }
 
 void RegistryFile::SetString(std::string_view keyPath, std::string_view name, std::string_view text) {
@@ -134,22 +143,22 @@ void RegistryFile::SetString(std::string_view keyPath, std::string_view name, st
 
 bool RegistryFile::DeleteKey(std::string_view keyPath) {
   const std::string key = Lower(NormalKeyPath(keyPath));
-  const auto removed = std::erase_if(keys_, [&](const auto& k) {
-    return k.first == key || (k.first.size() > key.size() && k.first.starts_with(key) && k.first[key.size()] == '\\');
-  });
+  // The key and its sub-keys ("key\\...", which sort between "key\\" and "key]") only: a file
+  // deleting many keys stays linear.
+  std::size_t removed = keys_.erase(key);
+  const auto first = keys_.lower_bound(key + '\\');
+  const auto last = keys_.lower_bound(key + ']');
+  removed += static_cast<std::size_t>(std::distance(first, last));
+  keys_.erase(first, last);
   return removed > 0;
 }
 
 vex::Result<void> RegistryFile::LoadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open the registry file");
-  std::ostringstream text;
-  text << in.rdbuf();
-  std::string bytes = text.str();
-  if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF && static_cast<unsigned char>(bytes[1]) == 0xFE)
-    bytes = FromUtf16(std::string_view(bytes).substr(2));
-  else if (bytes.starts_with("\xEF\xBB\xBF"))
-    bytes.erase(0, 3);
+  const auto read = ReadInputFile(path);
+  if (!read) return std::unexpected(read.error());
+  const std::string_view bytes = *read;
+  if (bytes.starts_with("\xFF\xFE")) return Parse(FromUtf16(bytes.substr(2)), path);
+  if (bytes.starts_with("\xEF\xBB\xBF")) return Parse(bytes.substr(3), path);
   return Parse(bytes, path);
 }
 
@@ -232,7 +241,12 @@ vex::Result<void> RegistryFile::Parse(std::string_view text, const std::string& 
     std::string_view rest = line.substr(pos);
     if (rest == "-") {
       Key& key = MakeKey(section);
-      std::erase_if(key.values, [&](const Value& v) { return EqualNoCase(v.name, name); });
+      // Marked here and swept once at the end: deleting many values stays linear.
+      if (const auto it = key.byName.find(Lower(name)); it != key.byName.end()) {
+        key.values[it->second].removed = true;
+        key.byName.erase(it);
+        key.swept = false;
+      }
     } else if (!rest.empty() && rest.front() == '"') {
       std::string data;
       std::size_t at = 0;
@@ -243,7 +257,8 @@ vex::Result<void> RegistryFile::Parse(std::string_view text, const std::string& 
       const std::string_view digits = rest.substr(6);
       if (digits.size() != 8 || !std::ranges::all_of(digits, [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); }))
         return fail(number, "a dword value needs eight hexadecimal digits");
-      const auto v = static_cast<std::uint32_t>(std::stoul(std::string(digits), nullptr, 16));
+      std::uint32_t v = 0;
+      std::from_chars(digits.data(), digits.data() + digits.size(), v, 16);  // eight hex digits fit
       std::string data(4, '\0');
       for (int i = 0; i < 4; ++i) data[static_cast<std::size_t>(i)] = static_cast<char>((v >> (8 * i)) & 0xFF);
       SetValue(section, name, Type::Dword, std::move(data));
@@ -257,7 +272,12 @@ vex::Result<void> RegistryFile::Parse(std::string_view text, const std::string& 
         const std::string kind(rest.substr(4, close - 4));
         if (kind.empty() || !std::ranges::all_of(kind, [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); }))
           return fail(number, "malformed hex(type) value");
-        type = static_cast<Type>(std::stoul(kind, nullptr, 16));
+        std::uint32_t code = 0;
+        const auto [end, ec] = std::from_chars(kind.data(), kind.data() + kind.size(), code, 16);
+        if (ec != std::errc() || end != kind.data() + kind.size())
+          return fail(number, "value type hex(" + (kind.size() > 16 ? kind.substr(0, 16) + "..." : kind) +
+                                  ") is larger than 32 bits");
+        type = static_cast<Type>(code);
       } else if (colon != 3) {
         return fail(number, "malformed hex value");
       }
@@ -269,6 +289,13 @@ vex::Result<void> RegistryFile::Parse(std::string_view text, const std::string& 
     }
   }
   if (!header) return fail(1, "empty file, not a registry file");
+  for (auto& [unused, key] : keys_) {
+    (void)unused;
+    if (key.swept) continue;
+    std::erase_if(key.values, [](const Value& v) { return v.removed; });
+    key.Reindex();
+    key.swept = true;
+  }
   return {};
 }
 
@@ -298,15 +325,14 @@ vex::Result<std::size_t> RegistryFile::QueryValue(vex::RegistryKey handle, std::
   if (open == open_.end()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, "invalid registry key handle");
   const auto key = keys_.find(open->second);
   if (key == keys_.end()) return VEX_FAIL(vex::ErrorKind::IllegalState, "registry key was deleted");
-  for (const Value& v : key->second.values) {
-    if (!EqualNoCase(v.name, name)) continue;
-    if (v.data.size() > buffer.size())
-      return VEX_FAIL(vex::ErrorKind::IllegalArgument,
-                      "more data: the value holds " + std::to_string(v.data.size()) + " bytes");
-    std::memcpy(buffer.data(), v.data.data(), v.data.size());
-    return v.data.size();
-  }
-  return VEX_FAIL(vex::ErrorKind::NotFound, "registry value not found");
+  const auto at = key->second.byName.find(Lower(name));
+  if (at == key->second.byName.end()) return VEX_FAIL(vex::ErrorKind::NotFound, "registry value not found");
+  const Value& v = key->second.values[at->second];
+  if (v.data.size() > buffer.size())
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                    "more data: the value holds " + std::to_string(v.data.size()) + " bytes");
+  std::memcpy(buffer.data(), v.data.data(), v.data.size());
+  return v.data.size();
 }
 
 void RegistryFile::CloseKey(vex::RegistryKey key) { open_.erase(key); }

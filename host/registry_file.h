@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <unordered_map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -51,10 +52,16 @@ class RegistryFile final : public vex::IRegistry {
     std::string name;
     Type type = Type::String;
     std::string data;
+    bool removed = false;  ///< deleted by a later line of the file being read
   };
   struct Key {
     std::string path;  ///< as first written
     std::vector<Value> values;
+    /// Position in `values` by lower-case name: setting and querying stay constant-time, so a
+    /// key with many values reads in linear time.
+    std::unordered_map<std::string, std::size_t> byName;
+    bool swept = true;  ///< false while values marked removed are still in `values`
+    void Reindex();
   };
   Key& MakeKey(std::string_view keyPath);
   std::map<std::string, Key> keys_;  ///< by lower-case full path

@@ -134,6 +134,7 @@ class Documents final : public vex::IDocuments {
     std::int32_t format = 0;
     std::int32_t flags = 0;
     bool ok = false;
+    std::string error;  ///< why a failed operation failed (one line)
   };
   std::vector<FileRecord> fileLog;
   int refreshes = 0;

@@ -1,3 +1,5 @@
+#include "host/input_files.h"
+#include "host/json_text.h"
 #include "host/scene_file.h"
 #include "host/staged_output.h"
 
@@ -361,12 +363,7 @@ vex::Result<Json> ParseJson(std::string_view text, const std::string& source) {
 }
 
 vex::Result<std::string> ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open");
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot read");
-  return text.str();
+  return ReadInputFile(path);
 }
 
 vex::Result<Json> ObjectToJson(const SceneObject& object, const std::string& where) {
@@ -433,8 +430,8 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
   if (root.contains("renderData")) VEX_TRY(reader.RenderSettings(root["renderData"], document, "renderData"));
   if (root.contains("objects")) VEX_TRY(reader.Objects(root["objects"], document, nullptr, "objects"));
   if (!materialSections.empty())
-    VEX_TRY(material_file::Read(materialSections.value("substanceAssets", Json::array()).dump(),
-                                materialSections.value("materials", Json::array()).dump(), source, document));
+    VEX_TRY(material_file::Read(host::DumpJsonText(materialSections.value("substanceAssets", Json::array())),
+                                host::DumpJsonText(materialSections.value("materials", Json::array())), source, document));
   document.SetChanged(false);
   return {};
 }
@@ -474,7 +471,7 @@ vex::Result<std::string> Dump(const Document& document) {
     VEX_ASSIGN(root["substanceAssets"], json_codec::Parse(sections.assets, document.GetName()));
     VEX_ASSIGN(root["materials"], json_codec::Parse(sections.materials, document.GetName()));
   }
-  return root.dump(2) + "\n";
+  return host::DumpJsonText(root, 2) + "\n";
 }
 
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const ReadOptions& options) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/formats/formats.h"
+#include "host/input_files.h"
 #include "host/staged_output.h"
 #include "vex/ports.h"
 
@@ -169,9 +170,7 @@ vex::Result<SceneData> ReadFormatFile(const std::string& path, const vex::IPortB
   if (row == nullptr)
     return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                     path + ": unknown file type (expected " + ReadableSuffixes(", ") + ")");
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(path, ec))
-    return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + (std::filesystem::exists(path, ec) ? "not a regular file" : "no such file"));
+  VEX_TRY(CheckInputFile(path));
   return row->read(path, bundles, options);
 }
 

@@ -21,7 +21,9 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include "host/assimp_inputs.h"
 #include "host/formats/assimp_lock.h"
+#include "host/input_files.h"
 #include "host/formats/fbx_io.h"
 #include "host/formats/fbx_surface.h"
 #include "host/formats/readers.h"
@@ -270,13 +272,15 @@ double MetaNumber(const aiMetadata* meta, const char* key, double fallback) {
 }  // namespace
 
 vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options) {
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no such file");
+  VEX_TRY(CheckInputFile(path));
   std::lock_guard lock(AssimpMutex());
   Assimp::Importer importer;
+  auto* io = new RegularFileIO;  // owned by the importer: only regular files are opened
+  importer.SetIOHandler(io);
   importer.SetPropertyBool(AI_CONFIG_IMPORT_FBX_PRESERVE_PIVOTS, false);
   const aiScene* scene =
       importer.ReadFile(path, aiProcess_Triangulate | aiProcess_JoinIdenticalVertices | aiProcess_ValidateDataStructure);
+  if (!io->Refused().empty()) return VEX_FAIL(vex::ErrorKind::FileIO, io->Refused());
   if (scene == nullptr)
     return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a readable FBX file: " + importer.GetErrorString());
 

@@ -25,6 +25,8 @@
 #include "host/formats/gltf_io.h"
 #include "host/formats/gltf_vocabulary.h"
 #include "host/images.h"
+#include "host/input_checks.h"
+#include "host/input_files.h"
 
 namespace fs = std::filesystem;
 
@@ -134,17 +136,21 @@ class Reader {
   }
 
   vex::Result<void> Load() {
-    std::ifstream in(path_, std::ios::binary);
-    if (!in) return Fail("cannot be opened");
-    char magic[4] = {};
-    in.read(magic, 4);
-    in.close();
+    // Only regular files are read, the file itself and every buffer and image it names; the
+    // structure is checked before the library sees it (nesting depth, sizes).
+    VEX_ASSIGN(const std::string bytes, ReadInputFile(path_));
+    const bool binary = bytes.size() >= 4 && std::memcmp(bytes.data(), "glTF", 4) == 0;
+    VEX_TRY(CheckGltfBytes(bytes, path_, binary));
     tinygltf::TinyGLTF loader;
     loader.SetImageLoader(&KeepEmbeddedBytes, nullptr);
+    loader.SetFsCallbacks({&tinygltf::FileExists, &tinygltf::ExpandFilePath, &ReadReferencedFile,
+                           &tinygltf::WriteWholeFile, nullptr});
     std::string error, warning;
-    const bool binary = std::memcmp(magic, "glTF", 4) == 0;
-    const bool ok = binary ? loader.LoadBinaryFromFile(&model_, &error, &warning, path_)
-                           : loader.LoadASCIIFromFile(&model_, &error, &warning, path_);
+    const std::string baseDir = fs::path(path_).parent_path().string();
+    const auto size = static_cast<unsigned>(bytes.size());
+    const bool ok = binary ? loader.LoadBinaryFromMemory(&model_, &error, &warning,
+                                                         reinterpret_cast<const unsigned char*>(bytes.data()), size, baseDir)
+                           : loader.LoadASCIIFromString(&model_, &error, &warning, bytes.data(), size, baseDir);
     if (!ok) {
       std::replace(error.begin(), error.end(), '\n', ' ');
       while (!error.empty() && error.back() == ' ') error.pop_back();
@@ -346,8 +352,8 @@ class Reader {
     Texture(*set, port::occlusionTexture, m.occlusionTexture, losses);
     for (const auto& [name, value] : m.extensions) {
       if (name == vocab::kEmissiveStrengthExtension) {
-        if (value.Get("emissiveStrength").IsNumber())
-          set->SetConstant(port::emissiveStrength, value.Get("emissiveStrength").GetNumberAsDouble());
+        if (value.Get(std::string(port::emissiveStrength)).IsNumber())
+          set->SetConstant(port::emissiveStrength, value.Get(std::string(port::emissiveStrength)).GetNumberAsDouble());
         continue;
       }
       named_.insert(name);

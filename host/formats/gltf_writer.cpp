@@ -484,7 +484,7 @@ class Writer {
     if (peak > 1.0 && options_.emissiveStrength) {
       m.emissiveFactor = {emission.r / peak, emission.g / peak, emission.b / peak};
       tinygltf::Value::Object extension;
-      extension["emissiveStrength"] = tinygltf::Value(peak);
+      extension[std::string(port::emissiveStrength)] = tinygltf::Value(peak);
       m.extensions[std::string(vocab::kEmissiveStrengthExtension)] = tinygltf::Value(extension);
       UseExtension(vocab::kEmissiveStrengthExtension);
     } else {

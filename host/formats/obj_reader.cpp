@@ -12,6 +12,7 @@
 #include <set>
 #include <sstream>
 
+#include "host/input_files.h"
 #include "host/formats/format_io.h"
 #include "host/formats/formats.h"
 #include "host/formats/readers.h"
@@ -45,13 +46,7 @@ std::optional<double> Number(std::string_view text) {
 }
 
 vex::Result<std::string> ReadWhole(const std::string& path) {
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": not a regular file");
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open");
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return ReadInputFile(path);
 }
 
 /// A texture statement's file and the options MTL allows before it.

@@ -165,11 +165,12 @@ struct Writer {
                 << "                float4 inputs:bias = (-1, -1, -1, 0)\n";
       readers << "                " << (rgb ? "float3" : "float") << " outputs:" << output << "\n            }\n";
     }
-    const std::string workflow = material.Text(std::string(usd::workflow), "metalness");
-    if (workflow != "metalness" && workflow != "specular")
+    namespace workflows = usd::values::workflow;
+    const std::string workflow = material.Text(std::string(usd::workflow), std::string(workflows::metalness));
+    if (workflow != workflows::metalness && workflow != workflows::specular)
       written.warnings.push_back("material '" + data.name + "': workflow \"" + workflow +
                                  "\" is neither metalness nor specular; metalness written");
-    out << "                int inputs:useSpecularWorkflow = " << (workflow == "specular" ? 1 : 0) << "\n"
+    out << "                int inputs:useSpecularWorkflow = " << (workflow == workflows::specular ? 1 : 0) << "\n"
         << "                token outputs:surface\n            }\n";
     if (anyTexture)
       out << "\n            def Shader \"stReader\"\n            {\n"

@@ -76,7 +76,7 @@ TEST(RegistryFile, MalformedFilesNameFileAndLine) {
             "c.reg:3: a dword value needs eight hexadecimal digits");
   EXPECT_EQ(r.Parse("REGEDIT4\n[HKCU\\A\n", "d.reg").error().message, "d.reg:2: a key line must end with \"]\"");
   EXPECT_EQ(r.Parse("REGEDIT4\n[HKCU\\A]\n\"a\"=\"b\n", "e.reg").error().message, "e.reg:3: unterminated string value");
-  EXPECT_EQ(r.LoadFile("/nonexistent/x.reg").error().message, "/nonexistent/x.reg: cannot open the registry file");
+  EXPECT_EQ(r.LoadFile("/nonexistent/x.reg").error().message, "/nonexistent/x.reg: cannot read: No such file or directory");
   // Deletions as regedit writes them.
   ASSERT_TRUE(r.Parse("REGEDIT4\n[HKCU\\A\\B]\n\"v\"=\"1\"\n[-HKCU\\A]\n", "f.reg"));
   EXPECT_FALSE(r.OpenCurrentUserKey("A\\B"));

@@ -56,7 +56,7 @@ TEST(ParameterSetJson, ReadsEveryConstantTypeAndKeepsOrder) {
 }
 
 TEST(ParameterSetJson, ErrorsNameTheFileAndTheKey) {
-  EXPECT_EQ(ErrorOf("{"), "in.json: not valid JSON");
+  EXPECT_EQ(ErrorOf("{"), "in.json:1:2: not valid JSON: unexpected end of text");
   EXPECT_EQ(ErrorOf(R"({"bundle": "net.kelvo.material.portbundle.gltf", "extra": 1})"),
             "in.json: extra: unknown key (expected \"bundle\" and \"parameters\")");
   EXPECT_EQ(ErrorOf(R"({"bundle": "no.such.bundle"})"), "in.json: bundle: Unknown port bundle: no.such.bundle");

@@ -82,7 +82,7 @@ TEST(SceneFile, BadFilesAreRefusedNamingTheFileAndThePlace) {
     const auto r = host::scene_file::Parse(text, "bad.vex", d, {&units});
     return r ? std::string("accepted") : r.error().message;
   };
-  EXPECT_EQ(refuse("{"), "bad.vex: not a JSON document");
+  EXPECT_EQ(refuse("{"), "bad.vex:1:2: not valid JSON: unexpected end of text");
   EXPECT_EQ(refuse("[]"), "bad.vex: (top): expected an object");
   EXPECT_EQ(
       refuse(R"({"objects": [{"type": 1, "parameters": {"11004": 1.5}}]})"),

@@ -1,0 +1,377 @@
+// Hostile input to the host's readers: each case ends in a one-line error naming the file, the
+// place and the reason, without a crash, a hang or a large allocation.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "host/formats/catalogue.h"
+#include "host/images.h"
+#include "host/input_checks.h"
+#include "host/input_files.h"
+#include "host/json_text.h"
+#include "host/mesh_import.h"
+#include "host/paramset_json.h"
+#include "host/port_bundles.h"
+#include "host/registry_file.h"
+#include "host/scene.h"
+#include "host/scene_file.h"
+#include "host/units.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kCorpus = fs::path(INTEROP_SOURCE_DIR) / "tests/fuzz/corpus";
+
+class HostileInput : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("hostile-" + std::to_string(::getpid()) + "-" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(dir_);
+  }
+  void TearDown() override {
+    std::error_code ec;
+    fs::remove_all(dir_, ec);
+  }
+  std::string Write(const std::string& name, std::string_view bytes) {
+    const fs::path path = dir_ / name;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return path.string();
+  }
+  /// A corpus input without the harness's leading selector byte.
+  static std::string CorpusBytes(const std::string& harness, const std::string& name, bool selector) {
+    std::ifstream in(kCorpus / harness / name, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    EXPECT_FALSE(bytes.empty()) << harness << "/" << name;
+    return selector && !bytes.empty() ? bytes.substr(1) : bytes;
+  }
+  fs::path dir_;
+};
+
+/// Runs `body` in a child whose address space is capped at `bytes` (not under AddressSanitizer,
+/// which reserves far more); true when the child returned true.
+bool WithinMemory(std::size_t bytes, const std::function<bool()>& body) {
+#if defined(__SANITIZE_ADDRESS__)
+  (void)bytes;
+  return body();
+#else
+  const pid_t child = ::fork();
+  if (child == 0) {
+    // On top of what the test process has mapped already (libraries, thread stacks).
+    std::size_t pages = 0;
+    if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
+      if (std::fscanf(statm, "%zu", &pages) != 1) pages = 0;
+      std::fclose(statm);
+    }
+    const std::size_t cap = pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) + bytes;
+    rlimit limit{cap, cap};
+    ::setrlimit(RLIMIT_AS, &limit);
+    ::_exit(body() ? 0 : 3);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+#endif
+}
+
+bool OneLine(const std::string& message) { return message.find('\n') == std::string::npos; }
+
+TEST_F(HostileInput, JsonTextNamesLineColumnAndReason) {
+  // Nesting: 256 levels read, 257 do not; brackets inside strings do not count.
+  const std::string ok = std::string(256, '[') + "\"[[[{{{\"" + std::string(256, ']');
+  EXPECT_TRUE(host::ParseJsonText(ok, "a.json"));
+  const std::string deep = "{\"a\":\n  " + std::string(257, '[') + std::string(257, ']') + "}";
+  auto tooDeep = host::ParseJsonText(deep, "a.json");
+  ASSERT_FALSE(tooDeep);
+  EXPECT_EQ(tooDeep.error().message, "a.json:2:258: arrays and objects nested deeper than 256 levels");
+  EXPECT_TRUE(host::ParseJsonText(deep, "a.json", 300));
+  EXPECT_FALSE(host::ParseJsonText(std::string(3, '[') + std::string(3, ']'), "a.json", 2));
+
+  auto syntax = host::ParseJsonText("{\"a\": 1,\n \"b\": tru}", "b.json");
+  ASSERT_FALSE(syntax);
+  EXPECT_EQ(syntax.error().message, "b.json:2:10: not valid JSON: unexpected character \"}\"");
+  auto truncated = host::ParseJsonText("{\"a\": [1, 2", "c.json");
+  ASSERT_FALSE(truncated);
+  EXPECT_EQ(truncated.error().message, "c.json:1:12: not valid JSON: unexpected end of text");
+
+  // Latin-1 text is refused at the byte, and no text of the library's exceptions shows.
+  auto latin1 = host::ParseJsonText("{\"name\": \"Bois\xE9\"}", "d.json");
+  ASSERT_FALSE(latin1);
+  EXPECT_EQ(latin1.error().message, "d.json:1:15: invalid UTF-8 byte 0xE9 (the file must be UTF-8 text)");
+  for (const auto* message : {&tooDeep.error().message, &syntax.error().message, &latin1.error().message}) {
+    EXPECT_EQ(message->find("json.exception"), std::string::npos);
+    EXPECT_TRUE(OneLine(*message));
+  }
+  // Overlong forms and surrogates are not UTF-8 either.
+  EXPECT_FALSE(host::ParseJsonText("\"\xC0\xAF\"", "e.json"));
+  EXPECT_FALSE(host::ParseJsonText("\"\xED\xA0\x80\"", "e.json"));
+  EXPECT_TRUE(host::ParseJsonText("\"\xE2\x82\xAC \xF0\x9F\x98\x80\"", "e.json"));
+}
+
+TEST_F(HostileInput, JsonWritingReplacesBytesThatAreNotUtf8) {
+  nlohmann::json value = {{"name", std::string("Bois\xE9")}, {"ok", "caf\xC3\xA9"}};
+  std::string text;
+  ASSERT_NO_THROW(text = host::DumpJsonText(value, 2));
+  auto back = host::ParseJsonText(text, "written.json");
+  ASSERT_TRUE(back) << back.error().message;
+  EXPECT_EQ((*back)["name"], "Bois\xEF\xBF\xBD");  // U+FFFD
+  EXPECT_EQ((*back)["ok"], "caf\xC3\xA9");
+}
+
+TEST_F(HostileInput, OnlyRegularFilesAreRead) {
+  const std::string fifo = (dir_ / "pipe.png").string();
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  auto fromFifo = host::ReadInputFile(fifo);  // must not wait for a writer
+  ASSERT_FALSE(fromFifo);
+  EXPECT_EQ(fromFifo.error().message, fifo + ": cannot read: is a FIFO (named pipe), not a file");
+  auto device = host::ReadInputFile("/dev/zero");
+  ASSERT_FALSE(device);
+  EXPECT_EQ(device.error().message, "/dev/zero: cannot read: is a device, not a file");
+  auto folder = host::CheckInputFile(dir_.string());
+  ASSERT_FALSE(folder);
+  EXPECT_EQ(folder.error().message, dir_.string() + ": cannot read: is a directory, not a file");
+  auto missing = host::ReadInputFile((dir_ / "none.json").string());
+  ASSERT_FALSE(missing);
+  EXPECT_NE(missing.error().message.find("No such file or directory"), std::string::npos);
+  EXPECT_EQ(*host::ReadInputFile(Write("a.txt", std::string("x\0y", 3))), std::string("x\0y", 3));
+
+  // The image reader, with a texture path naming each of them.
+  for (const std::string& path : {fifo, std::string("/dev/zero"), dir_.string()}) {
+    auto image = host::ReadImage(path, true);
+    ASSERT_FALSE(image) << path;
+    EXPECT_TRUE(image.error().message.starts_with(path + ": cannot read: is a")) << image.error().message;
+  }
+}
+
+TEST_F(HostileInput, QuotedValuesAreCutAt200Characters) {
+  EXPECT_EQ(host::Quoted("a\nb"), "\"a\\nb\"");
+  const std::string big(1 << 20, 'k');
+  const std::string quoted = host::Quoted(big);
+  EXPECT_EQ(quoted, "\"" + std::string(200, 'k') + "\"... (1048576 bytes)");
+  // Never half a UTF-8 sequence at the cut.
+  std::string accents;
+  for (int i = 0; i < 150; ++i) accents += "\xC3\xA9";
+  const std::string cut = host::Quoted(accents);
+  EXPECT_TRUE(host::ParseJsonText(cut.substr(0, cut.find("...")), "q"));
+}
+
+TEST_F(HostileInput, ImageHeadersAreCheckedBeforeAnyAllocation) {
+  const std::string claim = Write("claim.png", CorpusBytes("image", "png-claims-100000x100000", true));
+  const std::string bomb = Write("bomb.png", CorpusBytes("image", "png-bomb-16384x16384", true));
+  const std::string empty = Write("empty.png", CorpusBytes("image", "png-header-40000x40000-no-data", true));
+  const std::string ppm = Write("claim.ppm", CorpusBytes("image", "ppm-claims-more", true));
+  // Each ends with a clean error within 1 GiB more address space (the bomb would take 4 GiB).
+  EXPECT_TRUE(WithinMemory(std::size_t(1) << 30, [&] {
+    return !host::ReadImage(claim, true) && !host::ReadImage(bomb, true) && !host::ReadImage(empty, false);
+  }));
+  auto a = host::ReadImage(claim, true);
+  auto b = host::ReadImage(bomb, true);
+  auto c = host::ReadImage(empty, false);
+  ASSERT_FALSE(a);
+  ASSERT_FALSE(b);
+  ASSERT_FALSE(c);
+  EXPECT_EQ(a.error().message,
+            claim + ": cannot read image: 100000 x 100000 pixels is more than the limit of 67108864 (raise it with --max-pixels)");
+  EXPECT_NE(b.error().message.find("16384 x 16384 pixels is more than the limit"), std::string::npos) << b.error().message;
+  // No pixel data at all: the codec already refuses it when the header is opened.
+  EXPECT_TRUE(c.error().message.starts_with(empty + ": cannot read image: ")) << c.error().message;
+  // With the limit raised, a header that claims more than its file can hold is still refused.
+  const std::uint64_t before = host::MaxImagePixels();
+  host::SetMaxImagePixels(std::uint64_t(1) << 40);
+  auto raised = host::ReadImage(claim, true);
+  auto raisedPpm = host::ReadImage(ppm, true);
+  host::SetMaxImagePixels(before);
+  ASSERT_FALSE(raised);
+  EXPECT_NE(raised.error().message.find("but the file holds only 68 bytes"), std::string::npos) << raised.error().message;
+  ASSERT_FALSE(raisedPpm);
+  // A small real image still reads.
+  auto real = host::ReadImage((fs::path(INTEROP_SOURCE_DIR) / "examples/textures/diffuse.png").string(), true);
+  ASSERT_TRUE(real) << real.error().message;
+  EXPECT_GT(real->GetCount(), 0u);
+}
+
+TEST_F(HostileInput, RegistryHiveEdgeCases) {
+  host::RegistryFile wide;
+  auto refused = wide.LoadFile(Write("wide.reg", CorpusBytes("registry", "hex-type-too-wide", true)));
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().message, (dir_ / "wide.reg").string() + ":4: value type hex(ffffffffffffffff...) is larger than 32 bits");
+
+  // 20,000 values under one key: all there, in order, each found by name (any case).
+  std::string text = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\Many]\r\n";
+  for (int i = 0; i < 20000; ++i) text += "\"v" + std::to_string(i) + "\"=\"" + std::to_string(i * 7) + "\"\r\n";
+  text += "\"v5\"=-\r\n\"V7\"=\"again\"\r\n";
+  host::RegistryFile many;
+  ASSERT_TRUE(many.LoadFile(Write("many.reg", text)));
+  auto key = many.OpenCurrentUserKey("Software\\Many");
+  ASSERT_TRUE(key);
+  std::uint32_t count = 0;
+  while (many.EnumValue(*key, count)) ++count;
+  EXPECT_EQ(count, 19999u);
+  EXPECT_EQ(many.EnumValue(*key, 5)->name, "v6");  // v5 deleted, the rest moved up
+  char buffer[64];
+  auto size = many.QueryValue(*key, "v19999", buffer);
+  ASSERT_TRUE(size);
+  EXPECT_EQ(std::string(buffer, *size), std::string("139993\0", 7));
+  size = many.QueryValue(*key, "v7", buffer);
+  ASSERT_TRUE(size);
+  EXPECT_EQ(std::string(buffer, *size), std::string("again\0", 6));
+  EXPECT_FALSE(many.QueryValue(*key, "v5", buffer));
+
+  // Deleting a key takes its sub-keys, not a sibling whose name starts the same.
+  host::RegistryFile tree;
+  ASSERT_TRUE(tree.Parse("REGEDIT4\n[HKEY_CURRENT_USER\\A\\B\\C]\n[HKEY_CURRENT_USER\\A\\B2]\n[HKEY_CURRENT_USER\\A\\B.x]\n"
+                         "[-HKEY_CURRENT_USER\\A\\B]\n",
+                         "tree.reg"));
+  EXPECT_FALSE(tree.OpenCurrentUserKey("A\\B"));
+  EXPECT_FALSE(tree.OpenCurrentUserKey("A\\B\\C"));
+  EXPECT_TRUE(tree.OpenCurrentUserKey("A\\B2"));
+  EXPECT_TRUE(tree.OpenCurrentUserKey("A\\B.x"));
+}
+
+TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
+  auto early = host::CheckPlyHeader(CorpusBytes("ply", "header-ends-early", false), "m.ply");
+  ASSERT_FALSE(early);
+  EXPECT_EQ(early.error().message, "m.ply:4: the PLY header ends before \"end_header\"");
+  auto short_ = host::CheckPlyHeader(CorpusBytes("ply", "header-no-newline-after-end", false), "m.ply");
+  ASSERT_FALSE(short_);
+  EXPECT_TRUE(host::CheckPlyHeader(CorpusBytes("ply", "seed-ascii", false), "m.ply"));
+  EXPECT_TRUE(host::CheckPlyHeader(CorpusBytes("ply", "seed-binary", false), "m.ply"));
+  auto counts = host::CheckPlyHeader("ply\nformat ascii 1.0\nelement vertex 99999999999\nproperty float x\nend_header\n1\n", "m.ply");
+  ASSERT_FALSE(counts);
+  EXPECT_NE(counts.error().message.find("needing at least"), std::string::npos);
+
+  // Through the mesh import, as `vexinterop allplan` reads it.
+  host::Documents documents;
+  const host::Units units;
+  auto loaded = host::mesh_import::Load(documents, Write("early.ply", CorpusBytes("ply", "header-ends-early", false)), units);
+  ASSERT_FALSE(loaded);
+  EXPECT_TRUE(loaded.error().message.ends_with("early.ply:4: the PLY header ends before \"end_header\""));
+  auto good = host::mesh_import::Load(documents, Write("good.ply", CorpusBytes("ply", "seed-ascii", false)), units);
+  ASSERT_TRUE(good) << good.error().message;
+}
+
+TEST_F(HostileInput, GltfReferencesToFoldersAndDevicesAreRefusedByName) {
+  const auto bundles = *host::PortBundles::Builtin();
+  fs::create_directories(dir_ / "folder");
+  // A buffer the file cannot do without is an error; an image is a texture that could not be
+  // read: a warning naming it, and its port keeps the factor.
+  const std::string buffer = Write("buffer-uri-directory.gltf", CorpusBytes("gltf", "buffer-uri-directory", true));
+  auto read = host::formats::ReadFormatFile(buffer, bundles);
+  ASSERT_FALSE(read);
+  EXPECT_NE(read.error().message.find("is a directory, not a file"), std::string::npos) << read.error().message;
+  EXPECT_EQ(read.error().message.find("json.exception"), std::string::npos);
+  for (const char* name : {"image-uri-directory", "image-uri-dev-zero"}) {
+    const std::string path = Write(std::string(name) + ".gltf", CorpusBytes("gltf", name, true));
+    auto scene = host::formats::ReadFormatFile(path, bundles);
+    ASSERT_TRUE(scene) << name << ": " << scene.error().message;
+    std::string warnings;
+    for (const auto& line : scene->warnings) warnings += line + "\n";
+    EXPECT_TRUE(warnings.find("is a directory, not a file") != std::string::npos ||
+                warnings.find("is a device, not a file") != std::string::npos)
+        << name << ": " << warnings;
+  }
+  auto deep = host::formats::ReadFormatFile(Write("deep.gltf", CorpusBytes("gltf", "extras-3000-deep", true)), bundles);
+  ASSERT_FALSE(deep);
+  EXPECT_NE(deep.error().message.find("nested deeper than 256 levels"), std::string::npos);
+  auto lies = host::formats::ReadFormatFile(Write("lies.glb", CorpusBytes("gltf", "glb-length-lies", true)), bundles);
+  ASSERT_FALSE(lies);
+  EXPECT_NE(lies.error().message.find("the GLB header gives 2147483647 bytes"), std::string::npos);
+  auto glb = host::formats::ReadFormatFile(Write("ok.glb", CorpusBytes("gltf", "seed-glb", true)), bundles);
+  ASSERT_TRUE(glb) << glb.error().message;
+  ASSERT_EQ(glb->materials.size(), 1u);
+  EXPECT_EQ(glb->materials[0].name, "G");
+}
+
+TEST_F(HostileInput, DeepJsonInEveryReaderIsAnErrorNotACrash) {
+  const host::Units units;
+  host::scene_file::ReadOptions options;
+  options.units = &units;
+  for (const char* name : {"children-3000-deep", "typed-array-3000-deep"}) {
+    host::Document document("deep");
+    auto parsed = host::scene_file::Parse(CorpusBytes("scene", name, false), "deep.vex", document, options);
+    ASSERT_FALSE(parsed) << name;
+    EXPECT_NE(parsed.error().message.find("deep.vex:1:"), std::string::npos) << parsed.error().message;
+  }
+  auto light = host::scene_file::ParseDictionary(CorpusBytes("light", "nested-3000-deep", false), "light.json", options);
+  ASSERT_FALSE(light);
+  EXPECT_EQ(light.error().message, "light.json:1:262: arrays and objects nested deeper than 256 levels");
+  const auto bundles = *host::PortBundles::Builtin();
+  host::json::ReadOptions read;
+  read.bundles = &bundles;
+  auto set = host::json::ParseParameterSet(CorpusBytes("paramset", "nested-3000-deep", false), "set.json", dir_.string(), read);
+  ASSERT_FALSE(set);
+  EXPECT_TRUE(set.error().message.starts_with("set.json:1:")) << set.error().message;
+}
+
+TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
+  // Found by the fuzzer: the mesh library writes through a null material on this.
+  EXPECT_TRUE(host::CheckMtlText("# c\nnewmtl a\nmap_Kd x.png\n", "a.mtl"));
+  auto early = host::CheckMtlText("# c\n\nmap_Kd x.png\nnewmtl a\n", "a.mtl");
+  ASSERT_FALSE(early);
+  EXPECT_EQ(early.error().message, "a.mtl:3: \"map_Kd\" before the first \"newmtl\"");
+  Write("model.mtl", "2\nmap_Kd x.png\n");
+  const std::string obj = Write("model.obj", "mtllib model.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+  const auto bundles = *host::PortBundles::Builtin();
+  // The material reader is the project's own: the statement belongs to no material, and the
+  // material's warning line says so; the mesh library is never handed such a file.
+  auto materials = host::formats::ReadFormatFile(obj, bundles);
+  ASSERT_TRUE(materials) << materials.error().message;
+  host::Documents documents;
+  const host::Units units;
+  EXPECT_FALSE(host::mesh_import::Load(documents, obj, units));
+  // The fuzzer's input: its material library names a folder first.
+  const auto parts = CorpusBytes("obj", "mtl-texture-before-newmtl", false);
+  const auto nul = parts.find('\0');
+  Write("found/model.mtl", parts.substr(nul + 1));
+  auto found = host::formats::ReadFormatFile(Write("found/model.obj", parts.substr(0, nul)), bundles);
+  if (!found) {
+    EXPECT_TRUE(found.error().message.find("is a directory, not a file") != std::string::npos ||
+                found.error().message.find("before the first \"newmtl\"") != std::string::npos)
+        << found.error().message;
+  }
+}
+
+TEST_F(HostileInput, Latin1MaterialNameFromAnMtlSavesIntoAScene) {
+  const auto parts = CorpusBytes("obj", "latin1-material-name", false);
+  const auto nul = parts.find('\0');
+  const auto bundles = *host::PortBundles::Builtin();
+  // The corpus file's texture is /dev/zero: refused by name.
+  Write("corpus/model.mtl", parts.substr(nul + 1));
+  auto device = host::formats::ReadFormatFile(Write("corpus/model.obj", parts.substr(0, nul)), bundles);
+  ASSERT_TRUE(device) << device.error().message;
+  std::string warnings;
+  for (const auto& line : device->warnings) warnings += line + "\n";
+  EXPECT_NE(warnings.find("is a device, not a file"), std::string::npos) << warnings;
+  Write("model.mtl", "newmtl Bois\xE9\nKd 0.8 0.5 0.2\n");
+  const std::string obj = Write("model.obj", parts.substr(0, nul));
+  auto materials = host::formats::ReadFormatFile(obj, bundles);
+  ASSERT_TRUE(materials) << materials.error().message;
+  ASSERT_EQ(materials->materials.size(), 1u);
+  EXPECT_EQ(materials->materials[0].name, "Bois\xE9");
+  // A scene whose object carries that name is written (with U+FFFD) and reads back.
+  host::Document document("latin1");
+  const host::Units units;
+  host::scene_file::ReadOptions options;
+  options.units = &units;
+  ASSERT_TRUE(host::scene_file::Parse(R"({"format": "vexon-scene", "version": 1, "name": "x", "objects": [{"type": 1000, "name": "o"}]})",
+                                      "x.vex", document, options));
+  document.AllObjects().front()->SetName(materials->materials[0].name);
+  auto text = host::scene_file::Dump(document);
+  ASSERT_TRUE(text) << text.error().message;
+  host::Document back("back");
+  auto reread = host::scene_file::Parse(*text, "back.vex", back, options);
+  ASSERT_TRUE(reread) << reread.error().message;
+  EXPECT_EQ(back.AllObjects().front()->GetName(), "Bois\xEF\xBF\xBD");
+}
+
+}  // namespace
