@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "cli/commands.h"
+#include "host/formats/conversion.h"
 #include "host/images.h"
 #include "host/json_text.h"
 
@@ -46,7 +47,11 @@ vex::Result<vex::ParameterSet> ReadSetFile(host::ReferenceHost& host, const std:
   read.bundles = &host.bundles();
   read.images = &host.images();
   read.ids = &host.ids();
-  return host::json::ReadParameterSetFile(path, read);
+  VEX_ASSIGN(vex::ParameterSet set, host::json::ReadParameterSetFile(path, read));
+  // The textures become pixel buffers as a baker gives them: a selected channel in every colour
+  // channel and the value scale applied, so that no mapping applies them twice or not at all.
+  host::formats::ResolveTextureProperties(set);
+  return set;
 }
 
 host::scene_file::ReadOptions SceneReadOptions(const host::ReferenceHost& host) {

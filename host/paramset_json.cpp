@@ -137,7 +137,7 @@ struct Reader {
   std::vector<PendingTexture>* pending = nullptr;
 
   vex::Error Fail(const std::string& key, const std::string& problem) const {
-    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + key + ": " + problem, VEX_UNIT, __LINE__);
+    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + Shortened(key) + ": " + problem, VEX_UNIT, __LINE__);
   }
 
   vex::Result<std::vector<double>> Numbers(const std::string& key, const Json& v, std::size_t n) const {

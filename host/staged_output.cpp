@@ -58,9 +58,9 @@ vex::Result<std::size_t> StagedOutput::Stage(const std::string& target, Kind kin
   std::error_code ec;
   const auto status = fs::status(target, ec);
   if (kind == Kind::File && fs::is_directory(status))
-    return VEX_FAIL(vex::ErrorKind::FileIO, target + ": is a directory");
+    return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write: is a directory");
   if (kind == Kind::Directory && fs::exists(status) && !fs::is_directory(status))
-    return VEX_FAIL(vex::ErrorKind::FileIO, target + ": exists and is not a directory");
+    return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write: exists and is not a directory");
   VEX_TRY(MakeParents(target));
   const fs::path scratch = ScratchFor(target);
   // What a killed run of the same target left behind.

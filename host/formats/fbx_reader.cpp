@@ -114,7 +114,7 @@ struct MaterialReader {
     if (!scratch.empty()) fs::remove(scratch, ec);
     if (!texture) {
       losses.push_back(std::string(what) + " texture " + file.C_Str() + " cannot be read (" +
-                       (fs::exists(texturePath, ec) ? "not a readable image" : "no such file") +
+                       (fs::exists(texturePath, ec) ? Shortened(texture.error().message) : std::string("no such file")) +
                        "), so its constant is used");
       return;
     }
@@ -178,7 +178,7 @@ struct MaterialReader {
     if (m.GetTextureCount(aiTextureType_NORMALS) > 0 || m.GetTextureCount(aiTextureType_HEIGHT) > 0) {
       const double strength = Number(AI_MATKEY_BUMPSCALING).value_or(1.0);
       std::array<char, 32> text{};
-      const auto end = std::to_chars(text.data(), text.data() + text.size(), strength).ptr;
+      const auto end = std::to_chars(text.data(), text.data() + text.size(), static_cast<float>(strength)).ptr;  // stored as float
       losses.push_back("NormalMap (strength " + std::string(text.data(), end) +
                        "): the generic model has no normal port; left out");
     }

@@ -14,6 +14,7 @@ class Ports {
   Ports(const vex::ParameterSet& set, const vex::IPortBundles& bundles) : set_(set) {
     if (auto found = bundles.Find(set.GetBundle().View())) bundle_ = *found;
   }
+  const vex::ParameterSet& Set() const { return set_; }
   const vex::PackedConstantParameter* Constant(std::string_view port) const {
     const vex::Parameter* entry = set_.Find(port);
     if (entry == nullptr && bundle_ != nullptr) entry = bundle_->defaults.Find(port);
@@ -148,6 +149,11 @@ void FromObj(const Ports& p, Builder& b, std::vector<std::string>& losses) {
   b.Texture(port::metallic, "ReflectionFactor");
   b.Texture(port::opacity, "TransparentColor");
   b.Texture(port::normal_map, "NormalMap");
+  // The OBJ model has no strength port: the conversion carries the strength as a property of the
+  // normal map's entry, as MTL's bump multiplier takes it.
+  if (const vex::Parameter* normal = p.Set().Find(port::normal_map); normal != nullptr && normal->texture)
+    if (const vex::Data* strength = normal->properties.Find("strength"))
+      if (const double* value = strength->Get<double>()) s.bumpFactor = *value;
   if (p.Number(port::anisotropy, 0.0) != 0.0 || p.Texture(port::anisotropy) != nullptr)
     losses.push_back("anisotropy: an FBX Phong surface has no anisotropy; left out");
   // White lets light through untinted, which the white TransparentColor says as well.

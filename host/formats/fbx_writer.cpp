@@ -297,8 +297,14 @@ void WriteSurface(Node& m, const Surface& s) {
   PNumber(p, "TransparencyFactor", s.transparencyFactor);
   PColor(p, "ReflectionColor", s.reflection);
   PNumber(p, "ReflectionFactor", s.reflectionFactor);
-  P(p, "NormalMap", "Vector3D", "Vector", "", {0.0, 0.0, 0.0});
-  PNumber(p, "BumpFactor", s.bumpFactor);
+  // The normal map's slot only where a texture fills it: some readers make a normal-map node for
+  // the slot alone.
+  const bool normalMapped = std::any_of(s.textures.begin(), s.textures.end(),
+                                        [](const SurfaceTexture& t) { return t.property == "NormalMap"; });
+  if (normalMapped) {
+    P(p, "NormalMap", "Vector3D", "Vector", "", {0.0, 0.0, 0.0});
+    PNumber(p, "BumpFactor", s.bumpFactor);
+  }
   // The legacy names, as the readers that prefer them take them: the diffuse, ambient and specular
   // colours times their factors, the emissive colour alone (those readers apply EmissiveFactor to
   // it as an intensity).

@@ -217,9 +217,8 @@ class Reader {
     };
     if (!image.uri.empty() && image.image.empty()) {
       const fs::path file = fs::path(path_).parent_path() / UriDecoded(image.uri);
-      std::error_code ec;
-      if (!fs::is_regular_file(file, ec)) {
-        out.problem = label + " " + file.string() + ": no such file";
+      if (auto readable = CheckInputFile(file.string()); !readable) {
+        out.problem = label + " " + readable.error().message;
         return out;
       }
       read(file.string());

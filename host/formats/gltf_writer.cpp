@@ -487,10 +487,14 @@ class Writer {
       extension[std::string(port::emissiveStrength)] = tinygltf::Value(peak);
       m.extensions[std::string(vocab::kEmissiveStrengthExtension)] = tinygltf::Value(extension);
       UseExtension(vocab::kEmissiveStrengthExtension);
+    } else if (peak > 1.0) {
+      // Without the extension the factor is written as the set has it (the mapping's clamp), and
+      // the strength that would take it above 1 is named as lost.
+      losses.push_back("emission strength " + Number(strength) +
+                       " left out, the factor written as the set has it (--emissive-strength keeps it)");
+      m.emissiveFactor = {Clamp01(factor.r), Clamp01(factor.g), Clamp01(factor.b)};
     } else {
-      if (peak > 1.0)
-        losses.push_back("emission " + Number(peak) + " exceeds 1 and was clamped (--emissive-strength keeps it)");
-      m.emissiveFactor = {Clamp01(emission.r), Clamp01(emission.g), Clamp01(emission.b)};
+      m.emissiveFactor = {emission.r, emission.g, emission.b};
     }
     m.emissiveTexture.index = Texture(ports, port::emissiveTexture, true, material.name, m.emissiveTexture, losses);
     m.normalTexture.index = Texture(ports, port::normalTexture, false, material.name, m.normalTexture, losses);

@@ -115,14 +115,13 @@ struct MaterialReader {
 
   vex::Result<std::optional<vex::TextureBuffer>> Load(const TextureStatement& s, std::string_view port) {
     const fs::path image = fs::path(mtlPath).parent_path() / s.file;
-    std::error_code ec;
-    if (!fs::is_regular_file(image, ec)) {
-      Note(std::string(port) + ": texture " + s.file + " is missing (constant kept)");
+    if (auto readable = CheckInputFile(image.string()); !readable) {
+      Note(std::string(port) + ": texture " + readable.error().message + " (constant kept)");
       return std::optional<vex::TextureBuffer>();
     }
     auto texture = ReadPortTexture(mtlPath, image.string(), bundles, obj::kId, port);
     if (!texture) {
-      Note(std::string(port) + ": texture " + s.file + " cannot be read (constant kept)");
+      Note(std::string(port) + ": texture " + Shortened(texture.error().message) + " (constant kept)");
       return std::optional<vex::TextureBuffer>();
     }
     if (!s.channel.empty()) SelectChannel(*texture, s.channel);

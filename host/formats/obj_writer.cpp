@@ -125,6 +125,11 @@ struct Writer {
       // Zero anisotropy is MTL's default; leaving it out keeps files readable by Assimp 5.2, which
       // misreads the "aniso" statement.
       if ((s.key == "aniso" || s.key == "anisor") && texture == nullptr && material.Number(port, 0.0) == 0.0) continue;
+      // A white transmission filter lets light through untinted, MTL's neutral "Tf"; leaving it
+      // out keeps readers that take "Tf" as an amount of transmission from showing glass.
+      if (s.port == obj::transmission_color && texture == nullptr &&
+          material.Rgb(port, {0, 0, 0}) == vex::Color{1, 1, 1})
+        continue;
       if (texture != nullptr && s.map.empty()) {
         lost(port + ": MTL has no texture statement for it; its constant was written");
         texture = nullptr;

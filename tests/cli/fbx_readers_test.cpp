@@ -151,7 +151,7 @@ TEST_F(FbxReaders, BlenderReadsThePrincipledValuesTheSetImplies) {
   EXPECT_EQ(links["Base Color"]["size"], Json::array({8, 8}));
   EXPECT_EQ(links["Roughness"]["image"], "corvane_textured_roughness.png") << links.dump();
   EXPECT_EQ(links["Normal"]["image"], "corvane_textured_normal_map.png") << links.dump();
-  EXPECT_NEAR(links["Normal"]["normal_strength"].get<double>(), 1.0, 1e-3);
+  EXPECT_NEAR(links["Normal"]["normal_strength"].get<double>(), 0.7, 1e-3);  // the set's normal weight
   // Emission (0.6, 1.2, 0.3) as a colour within [0, 1] and a strength.
   const auto& e = textured["inputs"];
   const double strength = e["Emission Strength"].get<double>();
@@ -244,7 +244,7 @@ TEST_F(FbxReaders, AsciiOnRequestAndAMissingTextureImportsWithAWarning) {
   o = cli_test::Tool("import " + Textured().string() + " --native -o " + (dir / "textured_back").string());
   ASSERT_EQ(o.exit, 0) << o.output;
   EXPECT_NE(o.output.find("DiffuseColor texture corvane_textured_diffuse_color.png cannot be read (no such file), "
-                          "so its constant is used; NormalMap (strength 1): the generic model has no normal port"),
+                          "so its constant is used; NormalMap (strength 0.7): the generic model has no normal port"),
             std::string::npos)
       << o.output;
   std::ifstream textured(dir / "textured_back/corvane_textured.json");

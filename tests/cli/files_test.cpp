@@ -306,7 +306,8 @@ TEST_F(Files, TexturesFitTheLimitAndTheReportSaysWhatEachPortBecame) {
   EXPECT_NEAR(textured["ports"]["normalScale"]["value"].get<double>(), 0.7, 1e-12);
   EXPECT_EQ(textured["resized"].size(), 3u);
   ASSERT_EQ(textured["warnings"].size(), 1u) << textured.dump();
-  EXPECT_EQ(textured["warnings"][0], "emission weight 3 was clamped to 1 (--emissive-strength keeps it)");
+  EXPECT_EQ(textured["warnings"][0], "material 'corvane_textured': emission strength 3 left out, the factor written as the set "
+                                    "has it (--emissive-strength keeps it)");
   EXPECT_EQ(report["materials"][1]["ports"]["metallicFactor"]["value"], 0.6);
 
   o = Tool("convert " + In("corvane_plain.json") + " --to usd --report " + Out("report.md") + " -o " + Out("md"));

@@ -203,9 +203,10 @@ TEST(HostileCli, BrokenFilesGiveThePlaceAndTheReason) {
 
   // glTF whose image or buffer names a directory.
   fs::create_directories(s.path / "folder");
+  // A buffer is an error; an image is a texture that could not be read: a warning naming it.
   for (const char* name : {"image-uri-directory", "buffer-uri-directory"}) {
     const auto o = Capped("import " + s.Corpus("gltf", name, "m.gltf", true) + " --json -o " + (s.path / "imp").string());
-    EXPECT_EQ(o.exit, 1) << o.output;
+    EXPECT_EQ(o.exit, std::string(name) == "buffer-uri-directory" ? 1 : 0) << o.output;
     EXPECT_NE(o.output.find("is a directory, not a file"), std::string::npos) << o.output;
     EXPECT_EQ(o.output.find("json.exception"), std::string::npos);
   }

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "files_support.h"
+#include "host/images.h"
 #include "run_tool.h"
 
 namespace fs = std::filesystem;
@@ -189,6 +190,72 @@ TEST_F(Pipeline, SceneMaterialsKeepTheirEmissionAndColoursInEveryFormat) {
     }
   }
   ExpectNoScratch();
+}
+
+// Import, export and import again through glTF: the import mapping's channel selections (occlusion
+// in red, roughness in green, metal in blue) and value scales are resolved when the set's textures
+// become pixels, so the second glTF should say what the first one did. Known gap, kept disabled
+// until it holds: the metal of the second file differs from the first (metallicFactor 0 -> 1 and
+// the packed metal channel), see docs/file-formats.md.
+TEST_F(Pipeline, DISABLED_GltfImportExportImportKeepsValuesAndChannels) {
+  auto o = Tool("convert " + In("corvane_textured.json") + " --to gltf -o " + Out("first"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  const fs::path first = Out("first/corvane_textured/corvane_textured.gltf");
+  o = Tool("import " + first.string() + " --json -o " + Out("imported"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  fs::path set;
+  for (const auto& entry : fs::directory_iterator(Out("imported")))
+    if (entry.path().extension() == ".json") set = entry.path();
+  ASSERT_FALSE(set.empty());
+  EXPECT_NE(Read(set).find("channelSelect"), std::string::npos) << "the import should select channels";
+  o = Tool("convert " + set.string() + " --to gltf -o " + Out("second"));
+  ASSERT_EQ(o.exit, 0) << o.output;
+  const fs::path second = Out("second") / set.stem() / (set.stem().string() + ".gltf");
+  const Json a = Json::parse(Read(first)), b = Json::parse(Read(second));
+  const Json& ma = a["materials"][0];
+  const Json& mb = b["materials"][0];
+  auto near = [](const Json& x, const Json& y, const std::string& what) {
+    ASSERT_EQ(x.is_array(), y.is_array()) << what;
+    if (x.is_array()) {
+      ASSERT_EQ(x.size(), y.size()) << what;
+      for (std::size_t i = 0; i < x.size(); ++i) EXPECT_NEAR(x[i].get<double>(), y[i].get<double>(), 1e-3) << what;
+    } else {
+      EXPECT_NEAR(x.get<double>(), y.get<double>(), 1e-3) << what;
+    }
+  };
+  const Json& pa = ma["pbrMetallicRoughness"];
+  const Json& pb = mb["pbrMetallicRoughness"];
+  for (const char* key : {"baseColorFactor", "metallicFactor", "roughnessFactor"})
+    if (pa.contains(key) || pb.contains(key)) near(pa.value(key, Json(1.0)), pb.value(key, Json(1.0)), key);
+  near(ma.value("emissiveFactor", Json::array({0, 0, 0})), mb.value("emissiveFactor", Json::array({0, 0, 0})),
+       "emissiveFactor");
+  EXPECT_EQ(ma.value("alphaMode", "OPAQUE"), mb.value("alphaMode", "OPAQUE"));
+  near(ma["normalTexture"].value("scale", Json(1.0)), mb["normalTexture"].value("scale", Json(1.0)), "normal scale");
+  // Every texel of every texture, channel by channel.
+  auto image = [](const Json& gltf, const fs::path& file, const Json& texture) {
+    const auto uri = gltf["images"][gltf["textures"][texture["index"].get<int>()]["source"].get<int>()]["uri"];
+    return host::ReadImage((file.parent_path() / uri.get<std::string>()).string(), false);
+  };
+  const std::pair<const Json*, const Json*> textures[] = {
+      {&pa["baseColorTexture"], &pb["baseColorTexture"]},
+      {&pa["metallicRoughnessTexture"], &pb["metallicRoughnessTexture"]},
+      {&ma["normalTexture"], &mb["normalTexture"]},
+      {&ma["emissiveTexture"], &mb["emissiveTexture"]}};
+  int compared = 0;
+  for (const auto& [ta, tb] : textures) {
+    ASSERT_EQ(ta->is_object(), tb->is_object());
+    if (!ta->is_object()) continue;
+    auto ia = image(a, first, *ta), ib = image(b, second, *tb);
+    ASSERT_TRUE(ia && ib);
+    ASSERT_EQ(ia->_dimensions, ib->_dimensions);
+    double worst = 0;
+    for (std::size_t i = 0; i < ia->GetCount(); ++i)
+      for (int c = 0; c < 4; ++c)
+        worst = std::max(worst, static_cast<double>(std::abs(ia->_pixels->Pixel(i)[c] - ib->_pixels->Pixel(i)[c])));
+    EXPECT_LE(worst, 1e-3) << "texture " << compared;
+    ++compared;
+  }
+  EXPECT_GE(compared, 3);
 }
 
 }  // namespace

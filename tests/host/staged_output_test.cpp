@@ -129,10 +129,10 @@ TEST_F(Staged, TargetsOfTheWrongKindAreRefusedWithTheirPath) {
   host::StagedOutput staged;
   auto asFile = staged.Stage((dir / "adir").string(), host::StagedOutput::Kind::File);
   ASSERT_FALSE(asFile);
-  EXPECT_NE(asFile.error().message.find("adir: is a directory"), std::string::npos) << asFile.error().message;
+  EXPECT_NE(asFile.error().message.find("adir: cannot write: is a directory"), std::string::npos) << asFile.error().message;
   auto asDir = staged.Stage((dir / "afile").string(), host::StagedOutput::Kind::Directory);
   ASSERT_FALSE(asDir);
-  EXPECT_NE(asDir.error().message.find("afile: exists and is not a directory"), std::string::npos);
+  EXPECT_NE(asDir.error().message.find("afile: cannot write: exists and is not a directory"), std::string::npos);
   // A parent that is a file: no directory can be made there.
   auto under = staged.Stage((dir / "afile" / "x.json").string(), host::StagedOutput::Kind::File);
   ASSERT_FALSE(under);

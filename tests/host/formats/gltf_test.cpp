@@ -186,18 +186,20 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
     EXPECT_EQ(back.upAxis, 'Y');
   }
 
-  // Without the strength extension the emission above 1 is clamped, and the writer says so.
+  // Without the strength extension the factor goes out as the set has it (its hue kept), and the
+  // writer names the strength it left out.
   formats::WriteOptions plain{};
   plain.emissiveStrength = false;
   auto written = formats::detail::WriteGltf(scene, dir.string(), "plain", Bundles(), plain);
   ASSERT_TRUE(written.has_value()) << written.error().message;
   ASSERT_EQ(written->warnings.size(), 2u);
   EXPECT_EQ(written->warnings[0],
-            "material 'Painted': emission 2.5 exceeds 1 and was clamped (--emissive-strength keeps it)");
+            "material 'Painted': emission strength 2.5 left out, the factor written as the set has it "
+            "(--emissive-strength keeps it)");
   auto back = formats::detail::ReadGltf((dir / "plain.gltf").string(), Bundles(), {});
   ASSERT_TRUE(back.has_value()) << back.error().message;
   EXPECT_FALSE(back->materials[0].set->Has(port::emissiveStrength));
-  EXPECT_EQ(*ConstantOf(*back->materials[0].set, port::emissiveFactor)->Get<vex::Color>(), (vex::Color{1, 1, 0.625}));
+  EXPECT_EQ(*ConstantOf(*back->materials[0].set, port::emissiveFactor)->Get<vex::Color>(), (vex::Color{1, 0.5, 0.25}));
 }
 
 /// The file's own bytes: v counted from the top of the image, TRS where the transform has no shear,
@@ -380,7 +382,7 @@ TEST_F(Gltf, ForeignFilesAreCarriedOrNamedNeverLostSilently) {
   ASSERT_EQ(coat.size(), 1u) << ::testing::PrintToString(scene.warnings);
   for (const char* loss :
        {"baseColorTexture uses texCoord 1 (only the first set is read)",
-        "missing.png: no such file; the factor stands alone", "emissiveTexture extension EXT_mystery not carried",
+        "missing.png: cannot read: No such file or directory; the factor stands alone", "emissiveTexture extension EXT_mystery not carried",
         "extension KHR_materials_clearcoat not carried", "doubleSided not carried"})
     EXPECT_NE(coat[0].find(loss), std::string::npos) << loss << " in " << coat[0];
   ASSERT_EQ(strip.size(), 1u);
@@ -414,7 +416,7 @@ TEST_F(Gltf, ForeignFilesAreCarriedOrNamedNeverLostSilently) {
   std::ofstream(dir / "text.gltf") << "{\"asset\": ";
   auto r = formats::detail::ReadGltf((dir / "text.gltf").string(), Bundles(), {});
   ASSERT_FALSE(r.has_value());
-  EXPECT_NE(r.error().message.find("text.gltf: not a readable glTF file"), std::string::npos) << r.error().message;
+  EXPECT_NE(r.error().message.find("text.gltf:1:11: not valid JSON"), std::string::npos) << r.error().message;
 }
 
 TEST_F(Gltf, WriterRefusesScenesItCannotWriteTruthfully) {
