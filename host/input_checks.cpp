@@ -1,5 +1,7 @@
 #include "host/input_checks.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
@@ -90,22 +92,26 @@ vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file
 }
 
 vex::Result<void> CheckMtlText(std::string_view text, const std::string& file) {
+  // Lines end where the mesh library's reader ends them: at a line feed, a carriage return, a
+  // form feed or a NUL. Statements are recognised by their first letters, the way it does.
+  constexpr std::string_view kLineEnds("\n\r\f\0", 4);
+  constexpr std::array<std::string_view, 6> kTextureStatements = {"map_", "bump", "disp", "norm", "decal", "refl"};
   std::size_t pos = 0;
-  std::size_t number = 0;
+  std::size_t number = 1;
   while (pos < text.size()) {
-    std::size_t end = text.find('\n', pos);
+    std::size_t end = text.find_first_of(kLineEnds, pos);
     if (end == std::string_view::npos) end = text.size();
     const std::string_view line = text.substr(pos, end - pos);
+    if (line.starts_with("newmtl")) return {};
+    const std::size_t first = line.find_first_not_of(" \t");
+    const std::string_view statement = line.substr(std::min(first, line.size()));
+    for (const std::string_view texture : kTextureStatements)
+      if (statement.starts_with(texture))
+        return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                        file + ":" + std::to_string(number) + ": " +
+                            Quoted(statement.substr(0, statement.find_first_of(" \t"))) + " before the first \"newmtl\"");
+    if (end < text.size() && text[end] == '\n') ++number;
     pos = end + 1;
-    ++number;
-    const auto words = Words(line);
-    if (words.empty()) continue;
-    const std::string_view kind = words[0];
-    if (kind == "newmtl") return {};
-    if (kind.starts_with("map_") || kind == "bump" || kind == "disp" || kind == "decal" || kind == "refl" ||
-        kind == "norm")
-      return VEX_FAIL(vex::ErrorKind::IllegalArgument, file + ":" + std::to_string(number) + ": " +
-                                                           Quoted(kind) + " before the first \"newmtl\"");
   }
   return {};
 }

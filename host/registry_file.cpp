@@ -331,7 +331,7 @@ vex::Result<std::size_t> RegistryFile::QueryValue(vex::RegistryKey handle, std::
   if (v.data.size() > buffer.size())
     return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                     "more data: the value holds " + std::to_string(v.data.size()) + " bytes");
-  std::memcpy(buffer.data(), v.data.data(), v.data.size());
+  if (!v.data.empty()) std::memcpy(buffer.data(), v.data.data(), v.data.size());
   return v.data.size();
 }
 

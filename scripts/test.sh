@@ -10,9 +10,7 @@ ninja -C build -j"$jobs"
 ctest --test-dir build --output-on-failure -j"$jobs"
 # Every fuzz harness over its corpus and then mutating for a bounded time (FUZZ_SECONDS each,
 # default 20), with the sanitizers; longer runs: scripts/fuzz.sh.
-# The OBJ harness replays its corpus in ctest (fuzz_corpus_obj) but does not mutate here while the
-# crash kept in tests/fuzz/open-crashes/obj is open (docs/robustness.md).
-FUZZ_JOBS=$jobs bash scripts/fuzz.sh "${FUZZ_SECONDS:-20}" paramset scene material_file light registry image gltf fbx ply allplan_options
+FUZZ_JOBS=$jobs bash scripts/fuzz.sh "${FUZZ_SECONDS:-20}"
 # The Windows registry code, cross-built and run under Wine.
 bash scripts/test-windows.sh
 

@@ -194,18 +194,20 @@ struct Reader {
     VEX_ASSIGN(const auto length, Get<std::uint32_t>(at));
     if (at + length > bytes.size()) return std::unexpected(Fail(start, "array runs past the end of the file"));
     const std::size_t size = static_cast<std::size_t>(count) * sizeof(T);
+    if (encoding > 1) return std::unexpected(Fail(start, "unknown array encoding " + std::to_string(encoding)));
+    // Deflate packs at most 1032 bytes into one, so a count beyond that is a lie told before any allocation.
+    if (encoding == 0 && length != size) return std::unexpected(Fail(start, "array length does not match its count"));
+    if (encoding == 1 && size > static_cast<std::size_t>(length) * 1032 + 64)
+      return std::unexpected(Fail(start, "array count is larger than its compressed data can hold"));
     std::vector<T> values(count);
     if (encoding == 0) {
-      if (length != size) return std::unexpected(Fail(start, "array length does not match its count"));
-      std::memcpy(values.data(), bytes.data() + at, size);
-    } else if (encoding == 1) {
+      if (size > 0) std::memcpy(values.data(), bytes.data() + at, size);
+    } else {
       uLongf unpacked = static_cast<uLongf>(size);
       if (uncompress(reinterpret_cast<Bytef*>(values.data()), &unpacked,
                      reinterpret_cast<const Bytef*>(bytes.data() + at), length) != Z_OK ||
           unpacked != size)
         return std::unexpected(Fail(start, "corrupt compressed array"));
-    } else {
-      return std::unexpected(Fail(start, "unknown array encoding " + std::to_string(encoding)));
     }
     at += length;
     return values;

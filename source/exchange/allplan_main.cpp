@@ -87,7 +87,7 @@ char* AllplanWriter::Reserve(std::size_t n) {
 }
 
 char* AllplanWriter::Put(char* at, std::string_view text) {
-  std::memcpy(at, text.data(), text.size());
+  if (!text.empty()) std::memcpy(at, text.data(), text.size());
   return at + text.size();
 }
 

@@ -319,6 +319,16 @@ TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
   auto early = host::CheckMtlText("# c\n\nmap_Kd x.png\nnewmtl a\n", "a.mtl");
   ASSERT_FALSE(early);
   EXPECT_EQ(early.error().message, "a.mtl:3: \"map_Kd\" before the first \"newmtl\"");
+  // The mesh library ends lines at NUL, CR and FF as well, and knows statements by their first
+  // letters; a "newmtl" counts only at the start of a line.
+  const std::string nul("2\n\0map_Kdp_Kdp x.png\n", 20);
+  auto hidden = host::CheckMtlText(nul, "a.mtl");
+  ASSERT_FALSE(hidden);
+  EXPECT_EQ(hidden.error().message, "a.mtl:2: \"map_Kdp_Kdp\" before the first \"newmtl\"");
+  EXPECT_FALSE(host::CheckMtlText("a\rbumpy x.png\n", "a.mtl"));
+  EXPECT_FALSE(host::CheckMtlText("normal x.png\n", "a.mtl"));
+  EXPECT_FALSE(host::CheckMtlText(" newmtl a\n\tdisplace x.png\n", "a.mtl"));
+  EXPECT_TRUE(host::CheckMtlText("newmtl a\fmap_Kd x.png\n", "a.mtl"));
   Write("model.mtl", "2\nmap_Kd x.png\n");
   const std::string obj = Write("model.obj", "mtllib model.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
   const auto bundles = *host::PortBundles::Builtin();
@@ -339,6 +349,14 @@ TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
                 found.error().message.find("before the first \"newmtl\"") != std::string::npos)
         << found.error().message;
   }
+  // Its material library is a folder, so the mesh library falls back to the model's own name,
+  // whose text hides the texture statement behind a NUL: refused, never read by the library.
+  const auto hiddenParts = CorpusBytes("obj", "mtl-texture-behind-nul", false);
+  const auto split = hiddenParts.find('\0');
+  Write("hidden/model.mtl", hiddenParts.substr(split + 1));
+  const std::string hiddenObj = Write("hidden/model.obj", hiddenParts.substr(0, split));
+  EXPECT_TRUE(host::formats::ReadFormatFile(hiddenObj, bundles));
+  EXPECT_FALSE(host::mesh_import::Load(documents, hiddenObj, units));
 }
 
 TEST_F(HostileInput, Latin1MaterialNameFromAnMtlSavesIntoAScene) {
