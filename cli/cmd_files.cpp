@@ -731,6 +731,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
                           host::formats::ReadableSuffixes(", ") + "; written whole)");
   convert->add_option("-o,--output", convertArgs->output, "Output directory (one folder per input)")->required();
   AddWriteOptions(convert, *convertArgs);
+  convert->get_option("--to")->description("Format: " + names + ", " + std::string(host::scene_file::kSuffix));
   convert->add_option("--from-list", convertArgs->fromList,
                       "Also convert the inputs this file names, one per line (blank lines and # comments skipped; "
                       "relative paths from the list's folder)");

@@ -469,16 +469,17 @@ class DocumentWriter {
     // The mesh is moved out of the scene as it becomes the object's: one copy at a time.
     MeshData mesh = std::move(data);
     data = MeshData{};
+    const std::size_t vertices = mesh.VertexCount();
+    const bool normals = mesh.normals.size() == vertices * 3 && !mesh.normals.empty();
+    const bool uvs = mesh.uvs.size() == vertices * 2 && !mesh.uvs.empty();
     vex::PolygonMesh polygons;
-    polygons.points.reserve(mesh.VertexCount());
-    for (std::size_t v = 0; v < mesh.VertexCount(); ++v)
+    polygons.points.reserve(vertices);
+    for (std::size_t v = 0; v < vertices; ++v)
       polygons.points.push_back({mesh.positions[v * 3], mesh.positions[v * 3 + 1], mesh.positions[v * 3 + 2]});
     std::vector<float>().swap(mesh.positions);
     polygons.polygonSizes.assign(mesh.TriangleCount(), 3);
     polygons.polygonPoints.reserve(mesh.indices.size());
     PolygonAttributes attributes;
-    const bool normals = mesh.normals.size() == mesh.VertexCount() * 3 && !mesh.normals.empty();
-    const bool uvs = mesh.uvs.size() == mesh.VertexCount() * 2 && !mesh.uvs.empty();
     for (const std::uint32_t index : mesh.indices) {
       polygons.polygonPoints.push_back(static_cast<std::int32_t>(index));
       if (normals)
