@@ -437,7 +437,8 @@ class DocumentWriter {
     vex::ISceneObject* light = nullptr;
     if (node.mesh >= 0) made.push_back(PolygonObject(node, scene_.meshes[static_cast<std::size_t>(node.mesh)]));
     if (node.camera >= 0) made.push_back(Camera(node, scene_.cameras[static_cast<std::size_t>(node.camera)]));
-    if (node.light >= 0 && made.empty()) {
+    const bool lightFirst = node.light >= 0 && made.empty();
+    if (lightFirst) {
       VEX_ASSIGN(light, Light(scene_.lights[static_cast<std::size_t>(node.light)], node.name, d, parent));
     }
     if (made.empty() && light == nullptr) {
@@ -451,7 +452,7 @@ class DocumentWriter {
       VEX_ASSIGN(vex::ISceneObject * inserted, document_.InsertObject(made[k], k == 0 ? parent : own));
       if (k == 0) own = static_cast<SceneObject*>(inserted);
     }
-    if (node.light >= 0 && light == nullptr) {
+    if (node.light >= 0 && !lightFirst) {
       VEX_ASSIGN(light, Light(scene_.lights[static_cast<std::size_t>(node.light)], node.name, Decomposed{}, own));
     }
     objects_[i] = own;
