@@ -255,6 +255,35 @@ TEST_F(SceneBridge, SceneGoesIntoADocumentAndComesBackWhole) {
   EXPECT_FALSE(body->Parameters().Contains(vex::kPolygonMeshParameter));
 }
 
+TEST_F(SceneBridge, ANodeWithAMeshAndALightKeepsBoth) {
+  ASSERT_TRUE(services.utils && services.importer);
+  formats::SceneData scene;
+  scene.meshes.push_back(Quads());
+  scene.meshes[0].parts.clear();
+  scene.lights.push_back({.name = "Bulb", .type = formats::LightData::Type::Point, .intensity = 10.0});
+  formats::NodeData lamp{"Lamp", -1, Trs({1, 2, 3}, {0, 0.3, 0}, {1, 1, 1}), 0, 0, -1};
+  formats::NodeData shade{"Shade", 0, Trs({0, 1, 0}, {}, {1, 1, 1}), 0, -1, -1};
+  scene.nodes = {lamp, shade};
+  scene.meshes.push_back(Quads());
+  scene.meshes[1].parts.clear();
+  scene.nodes[1].mesh = 1;
+  host::Document& document = NewDocument("lamp");
+  formats::DocumentImport in{services.utils.get(), services.importer.get(), {}};
+  auto lost = formats::SceneIntoDocument(std::move(scene), document, "lamp.gltf", in);
+  ASSERT_TRUE(lost) << lost.error().message;
+  EXPECT_TRUE(lost->empty());
+  // The mesh is the node's object; the light is one child at its origin, the node's child another.
+  ASSERT_EQ(document.Objects().size(), 1u);
+  const auto& object = *document.Objects()[0];
+  EXPECT_EQ(object.GetType(), vex::kPolygonObjectType);
+  ASSERT_EQ(object.Children().size(), 2u);
+  EXPECT_EQ(object.Children()[0]->GetType(), 1036751);
+  EXPECT_EQ(object.Children()[0]->GetName(), "Lamp");
+  EXPECT_TRUE(host::LocalTransform(*object.Children()[0]).IsIdentity());
+  EXPECT_EQ(object.Children()[1]->GetName(), "Shade");
+  EXPECT_EQ(object.Children()[1]->GetType(), vex::kPolygonObjectType);
+}
+
 TEST_F(SceneBridge, DocumentLightsAreMeasuredByTheModule) {
   ASSERT_TRUE(services.utils);
   // A light in image units under Corvane render settings of a centimetre document with a metre
