@@ -404,6 +404,15 @@ vex::Result<WrittenFiles> WriteUsd(const SceneData& scene, const std::string& di
     out << "    }\n";
   }
   out << "}\n";
+  std::set<int> lightsOn, camerasOn;
+  for (const auto& node : scene.nodes) {
+    if (node.light >= 0 && static_cast<std::size_t>(node.light) < scene.lights.size()) lightsOn.insert(node.light);
+    if (node.camera >= 0 && static_cast<std::size_t>(node.camera) < scene.cameras.size()) camerasOn.insert(node.camera);
+  }
+  if (lightsOn.size() < scene.lights.size() || camerasOn.size() < scene.cameras.size())
+    w.written.warnings.push_back(std::to_string(scene.lights.size() - lightsOn.size()) + " light(s) and " +
+                                 std::to_string(scene.cameras.size() - camerasOn.size()) +
+                                 " camera(s) on no node; left out");
   VEX_TRY(WriteText(directory, stem + ".usda", out.str()));
   return std::move(w.written);
 }

@@ -212,6 +212,14 @@ TEST_F(LightFiles, UsdWritesEveryLightAsItsUsdLuxPrimAndCamerasWithApertures) {
   const std::string cm = Prim(Text("cm.usda"), "SphereLight", "Key");
   EXPECT_EQ(One(cm, "inputs:radius"), 1);
   EXPECT_NEAR(Emission(cm), 100 / kPi, 1e-12);
+  // A light and a camera no node carries cannot be placed: both writers say so.
+  auto loose = scene;
+  loose.lights.push_back({.name = "Loose"});
+  loose.cameras.push_back({.name = "Loose"});
+  for (const char* format : {"usd", "fbx"}) {
+    const auto warnings = Write(formats::FindFormat(format)->write, loose, std::string("loose_") + format).warnings;
+    EXPECT_EQ(warnings.back(), "1 light(s) and 1 camera(s) on no node; left out") << format;
+  }
 }
 
 // --- FBX -----------------------------------------------------------------------------------------
