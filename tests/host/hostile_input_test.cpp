@@ -341,9 +341,9 @@ TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
   EXPECT_FALSE(host::mesh_import::Load(documents, obj, units));
   // The fuzzer's input: its material library names a folder first.
   const auto parts = CorpusBytes("obj", "mtl-texture-before-newmtl", false);
-  const auto cut = parts.find('\0');
-  Write("found/model.mtl", parts.substr(cut + 1));
-  auto found = host::formats::ReadFormatFile(Write("found/model.obj", parts.substr(0, cut)), bundles);
+  const auto nul = parts.find('\0');
+  Write("found/model.mtl", parts.substr(nul + 1));
+  auto found = host::formats::ReadFormatFile(Write("found/model.obj", parts.substr(0, nul)), bundles);
   if (!found) {
     EXPECT_TRUE(found.error().message.find("is a directory, not a file") != std::string::npos ||
                 found.error().message.find("before the first \"newmtl\"") != std::string::npos)
