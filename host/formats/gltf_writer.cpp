@@ -558,7 +558,8 @@ class Writer {
         break;
       case Type::Spot:
         l.type = "spot";
-        l.spot.innerConeAngle = std::clamp(light.innerConeAngle, 0.0, light.outerConeAngle);
+        // The format wants the inner angle below the outer one: a hard-edged cone keeps a sliver.
+        l.spot.innerConeAngle = std::clamp(light.innerConeAngle, 0.0, std::nextafter(light.outerConeAngle, 0.0));
         l.spot.outerConeAngle = light.outerConeAngle;
         break;
       case Type::Directional:

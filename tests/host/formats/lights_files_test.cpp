@@ -431,6 +431,17 @@ TEST_F(LightFiles, GltfApproximatesAreaLightsAndObjCountsWhatItLeavesOut) {
   EXPECT_NEAR(1500 * 2 * kPi * 0.05 * 1.2 / 4, 141.3716694115407, 1e-9);
   EXPECT_NEAR(400 * kPi * 0.09, 113.09733552923255, 1e-9);
 
+  // A hard-edged spot (inner = outer) keeps its inner angle just below the outer one, as glTF wants.
+  formats::SceneData hard;
+  hard.lights.push_back({.name = "Hard", .type = Type::Spot, .innerConeAngle = 0.4, .outerConeAngle = 0.4});
+  hard.nodes.push_back({.name = "HardNode", .light = 0});
+  Write(formats::FindFormat("gltf")->write, hard, "hard");
+  auto hardBack = formats::detail::ReadGltf((dir / "hard.gltf").string(), testing_support::Host().bundles(), {});
+  ASSERT_TRUE(hardBack) << hardBack.error().message;
+  ASSERT_EQ(hardBack->lights.size(), 1u);
+  EXPECT_LT(hardBack->lights[0].innerConeAngle, 0.4);
+  EXPECT_NEAR(hardBack->lights[0].innerConeAngle, 0.4, 1e-12);
+
   const auto obj = Write(formats::FindFormat("obj")->write, scene, "scene");
   EXPECT_EQ(obj.warnings, std::vector<std::string>{"OBJ has no lights or cameras: 8 light(s) and 2 camera(s) left out"});
 }
