@@ -375,6 +375,7 @@ class DocumentReader {
       const vex::Color rgb = how_.utils->ComputeColorTemperatureRGB(t, true, kWhite);
       light.color = {light.color.r * rgb.r, light.color.g * rgb.g, light.color.b * rgb.b};
       light.temperature = t;
+      light.temperatureRgb = rgb;
     }
     scene_.lights.push_back(std::move(light));
     return static_cast<int>(scene_.lights.size() - 1);

@@ -318,6 +318,9 @@ TEST_F(SceneBridge, DocumentLightsAreMeasuredByTheModule) {
   const vex::Color warm = services.utils->ComputeColorTemperatureRGB(2700.0, true, 6500.0);
   EXPECT_NEAR(scene->lights[0].color.b, warm.b, 1e-12);
   EXPECT_NEAR(*scene->lights[0].temperature, 2700.0, 0);
+  // Formats that apply the temperature themselves take it back out of the colour.
+  EXPECT_NEAR(scene->lights[0].temperatureRgb.r, warm.r, 1e-12);
+  EXPECT_NEAR(scene->lights[0].temperatureRgb.b, warm.b, 1e-12);
   // The scratch copy the conversion used is gone; the light is as it was.
   EXPECT_EQ(document.Objects().size(), 1u);
   EXPECT_EQ(light->Parameters().GetFloat(11004), 2.0);
