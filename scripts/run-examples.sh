@@ -69,4 +69,22 @@ if [ -d tools/node_modules/gltf-validator ]; then
   node tools/checks/validate-gltf.mjs out/scene/gltf/*/*.gltf
 fi
 "$tool" import out/scene/gltf/Wood/Wood.gltf -o out/scene/imported.vex
+# A whole scene (examples/scenes/showroom.vex, written by examples/make_example_scene.py): meshes,
+# hierarchy, materials, lights and a camera converted to every format and to .vex, every glTF
+# validated, and each file imported back into a scene of its own.
+python3 examples/make_example_scene.py out/showroom/showroom.vex
+cmp out/showroom/showroom.vex examples/scenes/showroom.vex || echo "examples/scenes/showroom.vex differs from what its script writes"
+for format in "${formats[@]}" vex; do
+  echo "convert examples/scenes/showroom.vex -> $format"
+  "$tool" convert examples/scenes/showroom.vex --to "$format" -o "out/showroom/$format"
+done
+if [ -d tools/node_modules/gltf-validator ]; then
+  node tools/checks/validate-gltf.mjs out/showroom/gltf/showroom/showroom.gltf
+fi
+for written in out/showroom/gltf/showroom/showroom.gltf out/showroom/glb/showroom/showroom.glb \
+               out/showroom/fbx/showroom/showroom.fbx out/showroom/obj/showroom/showroom.obj; do
+  suffix=${written##*.}
+  echo "import $written"
+  "$tool" import "$written" -o "out/showroom/imported/showroom_$suffix.vex"
+done
 echo "results in out/"

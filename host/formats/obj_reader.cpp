@@ -4,6 +4,7 @@
 // project's own so that it knows every statement it meets (a library reader drops what it does
 // not know without saying so).
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -26,8 +27,9 @@ namespace {
 
 namespace obj = vex::ports::obj;
 
-std::vector<std::string_view> Tokens(std::string_view line) {
-  std::vector<std::string_view> out;
+/// The words of a line into `out` (cleared first; its storage is reused from line to line).
+void Tokens(std::string_view line, std::vector<std::string_view>& out) {
+  out.clear();
   std::size_t i = 0;
   while (i < line.size()) {
     while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) ++i;
@@ -35,6 +37,11 @@ std::vector<std::string_view> Tokens(std::string_view line) {
     while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r') ++i;
     if (i > start) out.push_back(line.substr(start, i - start));
   }
+}
+
+std::vector<std::string_view> Tokens(std::string_view line) {
+  std::vector<std::string_view> out;
+  Tokens(line, out);
   return out;
 }
 
@@ -378,20 +385,24 @@ struct ObjBuilder {
 }  // namespace
 
 vex::Result<SceneData> ReadObj(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options) {
-  VEX_ASSIGN(const std::string text, ReadWhole(path));
+  // Read line by line: a scene's OBJ text can be far larger than the meshes it describes.
+  VEX_TRY(CheckInputFile(path));
+  std::ifstream lines(path, std::ios::binary);
+  if (!lines) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open: " + OsErrorText(errno));
   SceneData scene;
   scene.name = fs::path(path).stem().string();
   ObjBuilder b{scene, {}, {}, {}, {}, nullptr, {}, -1, false, false};
   std::vector<std::string> pendingUnknown;
   bool sawObject = false;
-  std::istringstream lines(text);
   std::size_t number = 0;
   const auto where = [&] { return path + ":" + std::to_string(number) + ": "; };
+  std::vector<std::string_view> t;
+  std::vector<std::uint32_t> corners;
   for (std::string line; std::getline(lines, line);) {
     ++number;
     const auto hash = line.find('#');
     if (hash != std::string::npos) line.resize(hash);
-    const auto t = Tokens(line);
+    Tokens(line, t);
     if (t.empty()) continue;
     const std::string_view key = t[0];
     if (key == "v" || key == "vt" || key == "vn") {
@@ -407,7 +418,7 @@ vex::Result<SceneData> ReadObj(const std::string& path, const vex::IPortBundles&
     } else if (key == "f") {
       if (b.mesh == nullptr) b.Begin(scene.name);
       b.Part();
-      std::vector<std::uint32_t> corners;
+      corners.clear();
       for (std::size_t i = 1; i < t.size(); ++i) {
         const auto c = b.Corner(t[i]);
         if (!c) return VEX_FAIL(vex::ErrorKind::FileIO, where() + "face corner \"" + std::string(t[i]).substr(0, 200) + "\" names no vertex");
@@ -458,6 +469,7 @@ vex::Result<SceneData> ReadObj(const std::string& path, const vex::IPortBundles&
       pendingUnknown.push_back(std::string(key));
     }
   }
+  if (lines.bad()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ":" + std::to_string(number) + ": read error");
   b.Finish();
   std::sort(pendingUnknown.begin(), pendingUnknown.end());
   pendingUnknown.erase(std::unique(pendingUnknown.begin(), pendingUnknown.end()), pendingUnknown.end());

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -714,13 +715,17 @@ std::string Trimmed(std::string s) {
 }
 
 vex::Result<void> CheckObjFiles(const std::string& path) {
-  VEX_ASSIGN(const std::string text, ReadInputFile(path));
+  // Line by line from the file: the text of a large scene is not held here.
+  VEX_TRY(CheckInputFile(path));
+  std::ifstream lines(path, std::ios::binary);
+  if (!lines) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open: " + OsErrorText(errno));
   const fs::path folder = fs::path(path).parent_path();
-  std::istringstream lines(text);
   std::string line;
   while (std::getline(lines, line)) {
+    const std::size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line.compare(first, 6, "mtllib") != 0) continue;
     line = Trimmed(line);
-    if (line.rfind("mtllib", 0) != 0 || line.size() < 7 || (line[6] != ' ' && line[6] != '\t')) continue;
+    if (line.size() < 7 || (line[6] != ' ' && line[6] != '\t')) continue;
     const std::string library = Trimmed(line.substr(7));
     const fs::path file = folder / library;
     if (!Present(file)) return std::unexpected(MISSING_FILE(path, "material library \"" + library + "\""));
