@@ -6,13 +6,19 @@
 // expanded from [0, 1] to [-1, 1] by the reader's scale and bias. Lights become UsdLux prims and
 // cameras Camera prims under their node's Xform (conversions in light_units.h).
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <numbers>
 #include <set>
 #include <sstream>
 #include <string_view>
+#include <type_traits>
 
+#include "host/input_files.h"
 #include "host/formats/format_io.h"
 #include "host/formats/light_units.h"
 #include "host/formats/writers.h"
@@ -52,21 +58,54 @@ std::string Tuple(std::initializer_list<double> values) {
   return out + ")";
 }
 
+/// A USD array of scalars (N = 1) or tuples, eight to a line. Numbers are formatted into a local
+/// buffer with std::to_chars (floats in their shortest round-trip form) and written in large
+/// blocks: the arrays of a large mesh are most of the file.
 template <class T, std::size_t N>
-void WriteArray(std::ostringstream& out, const T* values, std::size_t count, std::string_view indent) {
-  out << "[";
+void WriteArray(std::ostream& out, const T* values, std::size_t count, std::string_view indent) {
+  std::array<char, 1 << 16> buffer;
+  std::size_t used = 0;
+  const auto flush = [&] {
+    out.write(buffer.data(), static_cast<std::streamsize>(used));
+    used = 0;
+  };
+  const auto put = [&](std::string_view text) {
+    if (used + text.size() > buffer.size()) flush();
+    if (text.size() > buffer.size()) {
+      out.write(text.data(), static_cast<std::streamsize>(text.size()));
+      return;
+    }
+    std::copy(text.begin(), text.end(), buffer.data() + used);
+    used += text.size();
+  };
+  const auto number = [&](T value) {
+    if (used + 64 > buffer.size()) flush();
+    if constexpr (std::is_floating_point_v<T>) {
+      if (!std::isfinite(value) || value == T(0)) value = T(0);  // no "-0", no "nan"
+    }
+    used = static_cast<std::size_t>(std::to_chars(buffer.data() + used, buffer.data() + buffer.size(), value).ptr -
+                                    buffer.data());
+  };
+  put("[");
   for (std::size_t i = 0; i < count; i += N) {
-    if (i != 0) out << ", ";
-    if (i != 0 && (i / N) % 8 == 0) out << "\n" << indent;
+    if (i != 0) put(", ");
+    if (i != 0 && (i / N) % 8 == 0) {
+      put("\n");
+      put(indent);
+    }
     if constexpr (N == 1) {
-      out << values[i];
+      number(values[i]);
     } else {
-      out << "(";
-      for (std::size_t c = 0; c < N; ++c) out << (c ? ", " : "") << FormatNumber(values[i + c]);
-      out << ")";
+      put("(");
+      for (std::size_t c = 0; c < N; ++c) {
+        if (c != 0) put(", ");
+        number(values[i + c]);
+      }
+      put(")");
     }
   }
-  out << "]";
+  put("]");
+  flush();
 }
 
 /// Prim names are identifiers: letters, digits and '_', not starting with a digit.
@@ -109,7 +148,7 @@ struct Writer {
     return prefix + "_" + std::string(port) + (options.floatTextures ? ".exr" : ".png");
   }
 
-  vex::Result<void> Material(std::ostringstream& out, std::size_t index, const std::string& name) {
+  vex::Result<void> Material(std::ostream& out, std::size_t index, const std::string& name) {
     const MaterialData& data = scene.materials[index];
     const std::string path = materialPaths[index];
     const std::string surface = path + "/PreviewSurface";
@@ -187,7 +226,7 @@ struct Writer {
     return {};
   }
 
-  void Mesh(std::ostringstream& out, const MeshData& mesh, const std::string& name, int depth) {
+  void Mesh(std::ostream& out, const MeshData& mesh, const std::string& name, int depth) {
     const std::string in = Indent(depth), in1 = Indent(depth + 1), in2 = Indent(depth + 2);
     int boundMaterial = -1;
     if (mesh.parts.size() == 1) boundMaterial = mesh.parts.front().material;
@@ -240,7 +279,7 @@ struct Writer {
   /// A light as the UsdLux prim of its shape. Its luminance (lux for a distant light) is
   /// intensity x 2^exposure; a colour temperature is applied by the renderer, so the colour goes
   /// out without it.
-  void Light(std::ostringstream& out, const LightData& light, const std::string& name, int depth) {
+  void Light(std::ostream& out, const LightData& light, const std::string& name, int depth) {
     using Type = LightData::Type;
     namespace units = light_units;
     const std::string in = Indent(depth), in1 = Indent(depth + 1);
@@ -318,7 +357,7 @@ struct Writer {
 
   /// A camera: apertures and focal length in tenths of a scene unit (the film's longer side is
   /// the gauge for a perspective camera, the view volume itself for an orthographic one).
-  void Camera(std::ostringstream& out, const CameraData& camera, const std::string& name, int depth) {
+  void Camera(std::ostream& out, const CameraData& camera, const std::string& name, int depth) {
     namespace units = light_units;
     const std::string in = Indent(depth), in1 = Indent(depth + 1);
     double zfar = camera.zfar;
@@ -342,7 +381,7 @@ struct Writer {
     out << in << "}\n";
   }
 
-  void Node(std::ostringstream& out, std::size_t index, const std::string& name, int depth) {
+  void Node(std::ostream& out, std::size_t index, const std::string& name, int depth) {
     const NodeData& node = scene.nodes[index];
     const std::string in = Indent(depth), in1 = Indent(depth + 1);
     out << in << "def Xform \"" << name << "\"\n" << in << "{\n";
@@ -387,7 +426,10 @@ vex::Result<WrittenFiles> WriteUsd(const SceneData& scene, const std::string& di
     materialPrims.push_back(materialNames.Take(m.name.empty() ? "Material" : m.name));
     w.materialPaths.push_back("/" + w.root + "/Materials/" + materialPrims.back());
   }
-  std::ostringstream out;
+  // Straight into the file (staged by the caller): a large scene's text is never held whole.
+  const std::string path = (std::filesystem::path(directory) / (stem + ".usda")).string();
+  std::ofstream out(path, std::ios::binary);
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + OsErrorText(errno));
   out << "#usda 1.0\n(\n    defaultPrim = \"" << w.root << "\"\n    metersPerUnit = " << FormatNumber(scene.metersPerUnit)
       << "\n    upAxis = \"" << (scene.upAxis == 'Z' ? 'Z' : 'Y') << "\"\n)\n\n"
       << "def Xform \"" << w.root << "\" (\n    kind = \"component\"\n)\n{\n";
@@ -413,7 +455,8 @@ vex::Result<WrittenFiles> WriteUsd(const SceneData& scene, const std::string& di
     w.written.warnings.push_back(std::to_string(scene.lights.size() - lightsOn.size()) + " light(s) and " +
                                  std::to_string(scene.cameras.size() - camerasOn.size()) +
                                  " camera(s) on no node; left out");
-  VEX_TRY(WriteText(directory, stem + ".usda", out.str()));
+  out.close();
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + OsErrorText(errno));
   return std::move(w.written);
 }
 
