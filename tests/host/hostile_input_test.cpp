@@ -321,8 +321,8 @@ TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
   EXPECT_EQ(early.error().message, "a.mtl:3: \"map_Kd\" before the first \"newmtl\"");
   // The mesh library ends lines at NUL, CR and FF as well, and knows statements by their first
   // letters; a "newmtl" counts only at the start of a line.
-  const std::string nul("2\n\0map_Kdp_Kdp x.png\n", 20);
-  auto hidden = host::CheckMtlText(nul, "a.mtl");
+  const std::string behindNul("2\n\0map_Kdp_Kdp x.png\n", 20);
+  auto hidden = host::CheckMtlText(behindNul, "a.mtl");
   ASSERT_FALSE(hidden);
   EXPECT_EQ(hidden.error().message, "a.mtl:2: \"map_Kdp_Kdp\" before the first \"newmtl\"");
   EXPECT_FALSE(host::CheckMtlText("a\rbumpy x.png\n", "a.mtl"));
