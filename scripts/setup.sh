@@ -10,7 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64
   nodejs blender python3-numpy assimp-utils clang libclang-rt-14-dev
-  libasan8 libubsan1
+  libasan8 libubsan1 time
 )
 
 missing=()
