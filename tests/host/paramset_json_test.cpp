@@ -2,6 +2,7 @@
 // and leaving nothing behind on failure.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -189,6 +190,28 @@ TEST(ParameterSetJson, TexturesRoundTripThroughImageFilesAndFailuresLeaveNothing
     EXPECT_NEAR(encoded->_pixels->Pixel(0)[0], 188.f / 255, 1.f / 255);  // colour: sRGB-encoded
     EXPECT_NEAR(encoded->_pixels->Pixel(0)[3], 0.5f, 1.f / 255);         // alpha stays linear
     fs::remove_all(dir.path / "packed");
+  }
+  // Channels that say nothing are left out of the PNG (colour type at byte 25: 0 grey, 2 RGB, 6
+  // RGBA), and reading gives the same pixels back.
+  {
+    const auto png = [&](const char* name, std::array<float, 4> odd, bool srgb) {
+      auto t = vex::TextureBuffer::Make(3, 2, {0.25f, 0.25f, 0.25f, 1.f});
+      for (int c = 0; c < 4; ++c) t._pixels->Pixel(5)[c] = odd[static_cast<std::size_t>(c)];
+      const auto file = (dir.path / name).string();
+      EXPECT_TRUE(host::WriteImage(file, t, {.srgb = srgb}));
+      std::ifstream in(file, std::ios::binary);
+      std::string head(26, '\0');
+      in.read(head.data(), 26);
+      auto back = host::ReadImage(file, srgb);
+      EXPECT_TRUE(back);
+      for (int c = 0; back && c < 4; ++c) EXPECT_NEAR(back->_pixels->Pixel(5)[c], odd[static_cast<std::size_t>(c)], 2.f / 255) << name;
+      fs::remove(file);
+      return static_cast<int>(head[25]);
+    };
+    EXPECT_EQ(png("grey.png", {0.8f, 0.8f, 0.8f, 1.f}, true), 0);
+    EXPECT_EQ(png("grey_data.png", {0.6f, 0.6f, 0.6f, 1.f}, false), 0);
+    EXPECT_EQ(png("colour.png", {0.8f, 0.2f, 0.8f, 1.f}, true), 2);
+    EXPECT_EQ(png("translucent.png", {0.8f, 0.8f, 0.8f, 0.5f}, false), 6);
   }
   // An unwritable target directory fails and leaves nothing behind.
   auto bad = host::json::WriteParameterSetFile((dir.path / "missing" / "x.json").string(), set, w);
