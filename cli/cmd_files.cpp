@@ -2,7 +2,9 @@
 // such files back to parameter sets.
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -18,12 +20,14 @@
 #include "host/formats/catalogue.h"
 #include "host/formats/conversion.h"
 #include "host/formats/formats.h"
+#include "host/formats/scene_bridge.h"
 #include "host/input_files.h"
 #include "host/json_text.h"
 #include "host/material_exchange.h"
 #include "host/paramset_json.h"
 #include "host/scene_file.h"
 #include "host/staged_output.h"
+#include "vex/interfaces.h"
 #include "vex/lookup.h"
 #include "vex/ports.h"
 
@@ -41,6 +45,9 @@ std::string Describe(const vex::Error& error) {
 
 struct ConvertArgs {
   std::vector<std::string> inputs;
+  std::string fromList;  ///< a file naming inputs, one per line
+  std::string shard;     ///< "K/N": every N-th input from the K-th
+  std::int64_t textureSize = 1024;  ///< scenes: size of baked textures
   std::string to;
   std::string output;
   bool emissiveStrength = false;
@@ -94,6 +101,11 @@ std::string ReportMarkdown(const Json& report) {
     md += "\n## " + m["input"].get<std::string>() + "\n\n";
     if (!m["ok"].get<bool>()) {
       md += "Failed: " + m["error"].get<std::string>() + "\n";
+      continue;
+    }
+    if (m.contains("scene")) {
+      md += "Scene; files: " + m["files"].front().get<std::string>() + "\n";
+      for (const auto& w : m["warnings"]) md += "\nWarning: " + w.get<std::string>() + "\n";
       continue;
     }
     md += "Bundle `" + m["bundle"].get<std::string>() + "`" + (m["mapped"].get<bool>() ? " (mapped)" : "") +
@@ -181,13 +193,245 @@ Outcome WriteSetAsFile(host::ReferenceHost& host, std::mutex& moduleLock, const 
   return outcome;
 }
 
+/// True for the inputs that are whole scenes: .vex and every file a reader of the catalogue takes.
+bool IsScene(const std::string& path) {
+  std::string suffix = fs::path(path).extension().string();
+  std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return suffix == "." + std::string(host::scene_file::kSuffix) || host::formats::FindReader(path) != nullptr;
+}
+
+bool IsVexFile(const std::string& path) {
+  std::string suffix = fs::path(path).extension().string();
+  std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return suffix == "." + std::string(host::scene_file::kSuffix);
+}
+
+/// The module's light classes, made once per use.
+struct LightServices {
+  std::shared_ptr<vex::IGlobalUtils> utils;
+  std::shared_ptr<vex::IGlobalImport> importer;
+};
+
+vex::Result<LightServices> OpenLightServices() {
+  LightServices s;
+  VEX_ASSIGN(s.utils, vex::CreateAs<vex::IGlobalUtils>(host::formats::kGlobalUtilsClass));
+  VEX_ASSIGN(s.importer, vex::CreateAs<vex::IGlobalImport>(host::formats::kGlobalImportClass));
+  return s;
+}
+
+/// Closes a document of the host when the scope ends.
+struct CloseDocument {
+  host::ReferenceHost& host;
+  host::Document* document = nullptr;
+  ~CloseDocument() {
+    if (document != nullptr) host.documents().Close(document);
+  }
+};
+
+/// A scene file read and checked: the files it names exist, the reader takes it, and what it
+/// holds can be written.
+vex::Result<host::formats::SceneData> ReadSceneFile(host::ReferenceHost& host, const std::string& input,
+                                                    const host::formats::ReadOptions& read = {}) {
+  VEX_TRY(host::formats::CheckReferencedFiles(input));
+  VEX_ASSIGN(host::formats::SceneData scene, host::formats::ReadFormatFile(input, host.bundles(), read));
+  VEX_TRY(host::formats::ValidateScene(scene, input));
+  scene.name = fs::path(input).stem().string();
+  return scene;
+}
+
+/// The scene built into a new document of the host and saved with its textures as `path`
+/// (inside a staged folder). Call under the module lock.
+vex::Result<std::size_t> SaveSceneAsVex(host::ReferenceHost& host, host::formats::SceneData&& scene,
+                                        const std::string& source, const std::string& path,
+                                        std::vector<std::string>& warnings) {
+  VEX_ASSIGN(const LightServices services, OpenLightServices());
+  const fs::path file = fs::absolute(path);
+  CloseDocument close{host, &host.documents().NewDocument(file.stem().string())};
+  close.document->SetPath(file.parent_path().string());
+  host::formats::DocumentImport how;
+  how.utils = services.utils.get();
+  how.importer = services.importer.get();
+  VEX_ASSIGN(auto lost, host::formats::SceneIntoDocument(std::move(scene), *close.document, source, how));
+  warnings.insert(warnings.end(), lost.begin(), lost.end());
+  return SaveSceneWithTextures(*close.document, file.string());
+}
+
+/// A whole scene (.vex or a file a reader takes) as "<out>/<stem>/<stem>.<suffix>": every
+/// object, material, light and camera. `row` is nullptr for a .vex output. The document work runs
+/// under `moduleLock`; reading and writing files run in parallel.
+Outcome ConvertScene(host::ReferenceHost& host, std::mutex& moduleLock, const std::string& input,
+                     const host::formats::FormatRow* row, const fs::path& out, const ConvertArgs& args,
+                     host::StagedOutput& staged) {
+  Outcome outcome;
+  const std::string stem = host::formats::SafeName(fs::path(input).stem().string());
+  const fs::path target = out / stem;
+  const bool vexInput = IsVexFile(input);
+  host::formats::SceneData scene;
+  if (!vexInput) {
+    auto read = ReadSceneFile(host, input);
+    if (!read) return Failed(read.error());
+    scene = std::move(*read);
+    outcome.warnings = std::move(scene.warnings);
+    scene.warnings.clear();
+  }
+
+  if (row == nullptr) {
+    auto id = staged.Stage(target.string(), host::StagedOutput::Kind::Directory);
+    if (!id) return Failed(id.error());
+    const std::string file = (fs::path(staged.Scratch(*id)) / (stem + "." + std::string(host::scene_file::kSuffix))).string();
+    vex::Result<std::size_t> saved = tbb::this_task_arena::isolate([&]() -> vex::Result<std::size_t> {
+      std::lock_guard lock(moduleLock);
+      if (!vexInput) return SaveSceneAsVex(host, std::move(scene), input, file, outcome.warnings);
+      VEX_ASSIGN(host::Document * document, LoadScene(host, input));
+      CloseDocument close{host, document};
+      // The copy's relative file references still find their files from the new folder.
+      host::RebaseFileReferences(*document, fs::path(file).parent_path().string());
+      return SaveSceneWithTextures(*document, file);
+    });
+    if (!saved) {
+      staged.Discard(*id);
+      return Failed(saved.error());
+    }
+    if (auto committed = staged.Commit(*id); !committed) return Failed(committed.error());
+    outcome.ok = true;
+    outcome.message = (target / fs::path(file).filename()).string();
+    return outcome;
+  }
+
+  vex::Result<void> prepared = tbb::this_task_arena::isolate([&]() -> vex::Result<void> {
+    std::lock_guard lock(moduleLock);
+    host::formats::ConversionContext conversion{&host.documents()};
+    if (!vexInput) {
+      VEX_ASSIGN(auto lines, host::formats::MaterialsToWriter(scene, *row, conversion));
+      for (auto& line : lines) outcome.warnings.push_back(std::move(line));
+      return {};
+    }
+    VEX_ASSIGN(const LightServices services, OpenLightServices());
+    VEX_ASSIGN(host::Document * document, LoadScene(host, input));
+    CloseDocument close{host, document};
+    host::formats::DocumentExport how;
+    how.row = row;
+    how.textureSize = args.textureSize;
+    how.conversion = conversion;
+    how.utils = services.utils.get();
+    VEX_ASSIGN(scene, host::formats::SceneFromDocument(*document, input, how));
+    scene.name = fs::path(input).stem().string();
+    for (auto& line : scene.warnings) outcome.warnings.push_back(std::move(line));
+    scene.warnings.clear();
+    return {};
+  });
+  if (!prepared) return Failed(prepared.error());
+  host::formats::ConvertFrameFor(scene, *row);
+  if (auto valid = host::formats::ValidateScene(scene, input); !valid) return Failed(valid.error());
+  auto written =
+      host::formats::WriteFormatFile(*row, scene, target.string(), stem, host.bundles(), FormatWriteOptions(args), staged);
+  if (!written) return Failed(written.error());
+  outcome.ok = true;
+  outcome.message = (target / written->files.front()).string();
+  for (auto& w : written->warnings) outcome.warnings.push_back(std::move(w));
+  if (!args.report.empty())
+    outcome.report = {{"scene", true}, {"files", written->files}, {"warnings", outcome.warnings}};
+  return outcome;
+}
+
+/// A parameter set as a .vex: the preview sphere with the material, through the same road as a
+/// scene.
+Outcome WriteSetAsVex(host::ReferenceHost& host, std::mutex& moduleLock, const std::string& input, const fs::path& out,
+                      host::StagedOutput& staged) {
+  auto set = ReadSetFile(host, input);
+  if (!set) return Failed(set.error());
+  const std::string name = fs::path(input).stem().string();
+  const std::string stem = host::formats::SafeName(name);
+  auto id = staged.Stage((out / stem).string(), host::StagedOutput::Kind::Directory);
+  if (!id) return Failed(id.error());
+  const std::string file = (fs::path(staged.Scratch(*id)) / (stem + "." + std::string(host::scene_file::kSuffix))).string();
+  Outcome outcome;
+  vex::Result<std::size_t> saved = tbb::this_task_arena::isolate([&]() -> vex::Result<std::size_t> {
+    std::lock_guard lock(moduleLock);
+    return SaveSceneAsVex(host,
+                          host::formats::PreviewScene(name, std::make_shared<const vex::ParameterSet>(std::move(*set))),
+                          input, file, outcome.warnings);
+  });
+  if (!saved) {
+    staged.Discard(*id);
+    return Failed(saved.error());
+  }
+  if (auto committed = staged.Commit(*id); !committed) return Failed(committed.error());
+  outcome.ok = true;
+  outcome.message = (out / stem / fs::path(file).filename()).string();
+  return outcome;
+}
+
 Outcome ConvertOne(host::ReferenceHost& host, std::mutex& moduleLock, const std::string& input,
-                   const host::formats::FormatRow& row, const fs::path& out, const ConvertArgs& args,
+                   const host::formats::FormatRow* row, const fs::path& out, const ConvertArgs& args,
                    host::StagedOutput& staged) {
+  if (IsScene(input)) return ConvertScene(host, moduleLock, input, row, out, args, staged);
+  if (row == nullptr) return WriteSetAsVex(host, moduleLock, input, out, staged);
   auto set = ReadSetFile(host, input);
   if (!set) return Failed(set.error());
   const auto source = std::make_shared<const vex::ParameterSet>(std::move(*set));
-  return WriteSetAsFile(host, moduleLock, source, fs::path(input).stem().string(), row, out, args, staged);
+  return WriteSetAsFile(host, moduleLock, source, fs::path(input).stem().string(), *row, out, args, staged);
+}
+
+/// The inputs of a run: those named on the command line, then those of --from-list (one per
+/// line; blank lines and lines starting with '#' skipped; relative paths taken from the list's
+/// folder), then only every N-th from the K-th when --shard K/N is given. Usage errors (exit 64)
+/// for a bad --shard and a run without inputs.
+struct Inputs {
+  std::vector<std::string> paths;
+  std::size_t before = 0;  ///< how many there were before the shard took its share
+};
+
+vex::Result<std::pair<std::size_t, std::size_t>> ParseShard(const std::string& text) {
+  const auto fail = [&] {
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument,
+                    "--shard " + text + ": expected K/N with whole numbers 0 <= K < N (for example 0/4)");
+  };
+  const auto slash = text.find('/');
+  if (slash == std::string::npos) return fail();
+  const auto number = [](std::string_view digits, std::size_t& value) {
+    if (digits.empty() || digits.size() > 9) return false;
+    value = 0;
+    for (const char c : digits) {
+      if (c < '0' || c > '9') return false;
+      value = value * 10 + static_cast<std::size_t>(c - '0');
+    }
+    return true;
+  };
+  std::size_t k = 0, n = 0;
+  if (!number(std::string_view(text).substr(0, slash), k) || !number(std::string_view(text).substr(slash + 1), n) ||
+      n == 0 || k >= n)
+    return fail();
+  return std::pair{k, n};
+}
+
+vex::Result<Inputs> CollectInputs(const ConvertArgs& args) {
+  Inputs inputs;
+  inputs.paths = args.inputs;
+  if (!args.fromList.empty()) {
+    VEX_ASSIGN(const std::string text, host::ReadInputFile(args.fromList));
+    const fs::path folder = fs::path(args.fromList).parent_path();
+    std::size_t start = 0;
+    while (start <= text.size()) {
+      std::size_t end = text.find('\n', start);
+      if (end == std::string::npos) end = text.size();
+      std::string line = text.substr(start, end - start);
+      start = end + 1;
+      while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
+      const std::size_t first = line.find_first_not_of(" \t");
+      if (first == std::string::npos || line[first] == '#') continue;
+      const fs::path path(line.substr(first));
+      inputs.paths.push_back(path.is_absolute() ? path.string() : (folder / path).string());
+    }
+  }
+  inputs.before = inputs.paths.size();
+  if (!args.shard.empty()) {
+    VEX_ASSIGN(const auto shard, ParseShard(args.shard));
+    std::vector<std::string> mine;
+    for (std::size_t i = shard.first; i < inputs.paths.size(); i += shard.second) mine.push_back(inputs.paths[i]);
+    inputs.paths = std::move(mine);
+  }
+  return inputs;
 }
 
 /// The format `--to` names, or the message listing the catalogue's names.
@@ -211,11 +455,23 @@ void WarnUnusedOptions(const host::formats::FormatRow& row, const ConvertArgs& a
       std::cerr << "vexinterop: warning: " << OptionFlag(option) << " does not apply to " << row.name << '\n';
 }
 
-int RunConvert(Context& context, const ConvertArgs& args) {
-  auto chosen = ChosenFormat(args.to);
-  if (!chosen) return Fail(chosen.error().message);
-  const host::formats::FormatRow& row = **chosen;
-  WarnUnusedOptions(row, args);
+int RunConvert(Context& context, const ConvertArgs& given) {
+  const bool toVex = given.to == host::scene_file::kSuffix;
+  const host::formats::FormatRow* row = nullptr;
+  if (!toVex) {
+    auto chosen = ChosenFormat(given.to);
+    if (!chosen) return Fail(chosen.error().message + ", " + std::string(host::scene_file::kSuffix));
+    row = *chosen;
+    WarnUnusedOptions(*row, given);
+  }
+  if (!given.shard.empty())
+    if (auto shard = ParseShard(given.shard); !shard) return Fail(shard.error().message, kExitUsage);
+  if (given.inputs.empty() && given.fromList.empty())
+    return Fail("convert: name the inputs, or a list of them with --from-list", kExitUsage);
+  auto collected = CollectInputs(given);
+  if (!collected) return Fail(collected.error());
+  ConvertArgs args = given;
+  args.inputs = std::move(collected->paths);
   auto h = context.Host();
   if (!h) return Fail(h.error());
   host::ReferenceHost& host = **h;
@@ -307,37 +563,28 @@ struct ImportArgs {
   int textureSize = 0;
 };
 
-/// Builds a Corvane node material for each imported set in a new scene at `scenePath`, through the
-/// module's material importer; textures that came with the file are written beside the scene. On a
-/// failure nothing is left at `scenePath`.
-vex::Result<void> ImportIntoScene(host::ReferenceHost& host, const host::formats::SceneData& file,
-                                  const std::string& scenePath) {
-  const fs::path out = fs::absolute(scenePath);
-  host::Document& document = host.documents().NewDocument(out.stem().string());
-  document.SetPath(out.parent_path().string());
-  struct Close {
-    host::ReferenceHost& host;
-    host::Document& document;
-    ~Close() { host.documents().Close(&document); }
-  } close{host, document};
-  for (const auto& m : file.materials) {
-    auto material = host::ImportMaterial(document, *m.set, vex::nodespace::kCorvane);
-    if (!material)
-      return VEX_FAIL(material.error().kind, scenePath + ": material " + m.name + ": " + Describe(material.error()));
-    if (auto* imported = dynamic_cast<host::Material*>(material->get())) imported->SetName(m.name);
-  }
-  VEX_ASSIGN(const std::size_t textures, SaveSceneWithTextures(document, out.string()));
-  std::cout << "wrote " << out.string() << " (" << file.materials.size() << " materials, " << textures
-            << " textures)\n";
-  return {};
-}
-
 int RunImport(Context& context, const ImportArgs& args) {
   auto h = context.Host();
   if (!h) return Fail(h.error());
   host::ReferenceHost& host = **h;
   host::formats::ReadOptions read;
   read.textureSize = args.textureSize;
+  if (!args.json && !args.native) {
+    // The whole scene, through the same road as `convert --to vex`.
+    auto scene = ReadSceneFile(host, args.input, read);
+    if (!scene) return Fail(scene.error());
+    for (const auto& w : scene->warnings) std::cerr << "vexinterop: warning: " << args.input << ": " << w << '\n';
+    const std::size_t nodes = scene->nodes.size(), materials = scene->materials.size(), lights = scene->lights.size(),
+                      cameras = scene->cameras.size();
+    std::vector<std::string> warnings;
+    const fs::path out = fs::absolute(args.output);
+    auto saved = SaveSceneAsVex(host, std::move(*scene), args.input, out.string(), warnings);
+    for (const auto& w : warnings) std::cerr << "vexinterop: warning: " << args.input << ": " << w << '\n';
+    if (!saved) return Fail(saved.error());
+    std::cout << "wrote " << out.string() << " (" << nodes << " objects, " << materials << " materials, " << lights
+              << " lights, " << cameras << " cameras, " << *saved << " textures)\n";
+    return kExitOk;
+  }
   auto file = host::formats::ReadFormatFile(args.input, host.bundles(), read);
   if (!file) return Fail(file.error());
   if (file->materials.empty()) return Fail(args.input + ": the file has no material");
@@ -347,10 +594,6 @@ int RunImport(Context& context, const ImportArgs& args) {
     auto resolved = std::make_shared<vex::ParameterSet>(*m.set);
     host::formats::ResolveTextureProperties(*resolved);
     m.set = std::move(resolved);
-  }
-  if (!args.json && !args.native) {
-    if (auto built = ImportIntoScene(host, *file, args.output); !built) return Fail(built.error());
-    return kExitOk;
   }
 
   std::vector<std::pair<std::string, vex::ParameterSetRef>> sets;
@@ -481,10 +724,21 @@ void AddWriteOptions(CLI::App* command, ConvertArgs& args) {
 void AddFileCommands(CLI::App& app, Context& context) {
   const std::string names = host::formats::FormatNames(", ");
   auto convertArgs = std::make_shared<ConvertArgs>();
-  auto* convert = app.add_subcommand("convert", "Write parameter sets as files of another tool (" + names + ")");
-  convert->add_option("inputs", convertArgs->inputs, "Parameter-set JSON files")->required();
+  auto* convert = app.add_subcommand("convert", "Write parameter sets and whole scenes as files of another tool (" +
+                                                    names + ", " + std::string(host::scene_file::kSuffix) + ")");
+  convert->add_option("inputs", convertArgs->inputs,
+                      "Parameter-set JSON files (each on a preview sphere) and scenes (.vex, " +
+                          host::formats::ReadableSuffixes(", ") + "; written whole)");
   convert->add_option("-o,--output", convertArgs->output, "Output directory (one folder per input)")->required();
   AddWriteOptions(convert, *convertArgs);
+  convert->get_option("--to")->description("Format: " + names + ", " + std::string(host::scene_file::kSuffix));
+  convert->add_option("--from-list", convertArgs->fromList,
+                      "Also convert the inputs this file names, one per line (blank lines and # comments skipped; "
+                      "relative paths from the list's folder)");
+  convert->add_option("--shard", convertArgs->shard,
+                      "K/N: convert only every N-th input from the K-th (0 <= K < N), for array jobs");
+  convert->add_option("--texture-size", convertArgs->textureSize, "Scenes: size N of baked textures")
+      ->check(WholeNumberIn(1, 16384));
   convert->add_option("--max-texture-size", convertArgs->maxTextureSize,
                       "Downscale textures whose longer side exceeds N pixels (filtered, aspect kept)")
       ->check(WholeNumberIn(1, 1 << 20));
@@ -506,7 +760,7 @@ void AddFileCommands(CLI::App& app, Context& context) {
 
   const std::string suffixes = host::formats::ReadableSuffixes(", ");
   auto importArgs = std::make_shared<ImportArgs>();
-  auto* import = app.add_subcommand("import", "Read the materials of a file (" + suffixes + ")");
+  auto* import = app.add_subcommand("import", "Read a scene file (" + suffixes + ") into a .vex scene, or its materials");
   import->add_option("input", importArgs->input, "The file (" + suffixes + ")")->required();
   import->add_option("-o,--output", importArgs->output, "Output: a scene file, or a directory with --json")
       ->required();

@@ -1,111 +1,60 @@
 #include "host/images.h"
 
-#include <array>
-#include <atomic>
-#include <cmath>
-#include <filesystem>
-#include <memory>
-#include <vector>
+#include <dlfcn.h>
 
-#include <OpenImageIO/imagebuf.h>
-#include <OpenImageIO/imagebufalgo.h>
-#include <OpenImageIO/imageio.h>
+#include <atomic>
+#include <filesystem>
+#include <system_error>
+
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 
+#include "host/image_codec.h"
 #include "host/input_files.h"
 #include "host/services.h"
+
+// Present when the program links the codec in; otherwise it comes from the shared library.
+extern "C" const host::ImageCodec* interop_image_codec() __attribute__((weak));
 
 namespace host {
 namespace {
 
-float SrgbToLinear(float c) { return c <= 0.04045f ? c / 12.92f : std::pow((c + 0.055f) / 1.055f, 2.4f); }
-float LinearToSrgb(float c) {
-  c = c < 0.f ? 0.f : (c > 1.f ? 1.f : c);
-  return c <= 0.0031308f ? c * 12.92f : 1.055f * std::pow(c, 1.f / 2.4f) - 0.055f;
-}
-
-// Linear value -> sRGB byte, by a 4096-entry table: exact enough for 8-bit output, and fast.
-const std::array<unsigned char, 4097>& EncodeTable() {
-  static const auto table = [] {
-    std::array<unsigned char, 4097> t{};
-    for (int i = 0; i <= 4096; ++i) t[i] = static_cast<unsigned char>(std::lround(LinearToSrgb(i / 4096.f) * 255.f));
-    return t;
-  }();
-  return table;
-}
-
-// Runs body(i) for every pixel index, in blocks on the worker threads.
-template <class Body>
-void ForEachIndex(std::size_t count, const Body& body) {
-  tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, std::size_t(1) << 14),
-                    [&](const tbb::blocked_range<std::size_t>& r) {
-                      for (std::size_t i = r.begin(); i < r.end(); ++i) body(i);
-                    });
-}
-
-/// 8-bit images, the usual textures: decoded from bytes through tables (sRGB for colour, /255 for
-/// data and alpha) without a float copy of the file.
-vex::Result<vex::TextureBuffer> Read8Bit(OIIO::ImageInput& in, const std::string& native, bool colorData) {
-  const OIIO::ImageSpec& header = in.spec();
-  const auto channels = static_cast<std::size_t>(header.nchannels);
-  const std::size_t count = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height);
-  std::vector<unsigned char> raw(count * channels);
-  if (!in.read_image(0, 0, 0, header.nchannels, OIIO::TypeDesc::UINT8, raw.data()))
-    return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot decode image: " + in.geterror());
-  in.close();
-  vex::TextureBuffer buffer;
-  buffer._dimensions = {header.width, header.height};
-  buffer._pixels = vex::PixelArray::Allocate(count);
-  if (!buffer._pixels) return VEX_FAIL(vex::ErrorKind::OutOfMemory, native + ": out of memory");
-  buffer.colorSpace = colorData ? "sRGB" : "";
-  float colour[256];
-  float data[256];
-  for (int i = 0; i < 256; ++i) {
-    data[i] = static_cast<float>(i) / 255.f;
-    colour[i] = colorData ? SrgbToLinear(data[i]) : data[i];
-  }
-  ForEachIndex(count, [&](std::size_t i) {
-    const unsigned char* s = raw.data() + i * channels;
-    float* d = buffer._pixels->Pixel(i);
-    const unsigned char r = s[0];
-    const unsigned char g = channels > 2 ? s[1] : r;
-    const unsigned char b = channels > 2 ? s[2] : r;
-    d[0] = colour[r];
-    d[1] = colour[g];
-    d[2] = colour[b];
-    d[3] = channels == 4 ? data[s[3]] : (channels == 2 ? data[s[1]] : 1.f);
-  });
-  return buffer;
-}
-
 std::atomic<std::uint64_t> g_maxPixels{kDefaultMaxImagePixels};
 
-/// Deflate, the densest codec of the usual formats, packs at most 1032 bytes into one; a header
-/// claiming more than this many decoded bytes per file byte lies about its data.
-constexpr std::uint64_t kMaxDecodedPerFileByte = 1100;
+struct LoadedCodec {
+  const ImageCodec* codec = nullptr;
+  std::string why;  ///< why it could not be loaded
+};
 
-/// The header's claims against the limits and the file's size, before any pixel is allocated.
-vex::Result<void> CheckHeader(const OIIO::ImageSpec& header, const std::string& native) {
-  const auto fail = [&](const std::string& reason) {
-    return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + reason);
-  };
-  if (header.width <= 0 || header.height <= 0 || header.depth <= 0)
-    return fail("empty or negative size in the header");
-  if (header.nchannels <= 0 || header.nchannels > 64) return fail(std::to_string(header.nchannels) + " channels");
-  if (header.depth > 1) return fail("volume images are not textures");
-  const std::uint64_t pixels = std::uint64_t(header.width) * std::uint64_t(header.height);
-  const std::string size = std::to_string(header.width) + " x " + std::to_string(header.height);
-  if (pixels > MaxImagePixels())
-    return fail(size + " pixels is more than the limit of " + std::to_string(MaxImagePixels()) +
-                " (raise it with --max-pixels)");
+/// The codec library beside the running program, else wherever the loader finds it. Loaded once
+/// and kept for the life of the process.
+LoadedCodec Load() {
+  if (interop_image_codec != nullptr) return {interop_image_codec(), {}};
   std::error_code ec;
-  const std::uint64_t fileBytes = std::filesystem::file_size(native, ec);
-  const std::uint64_t decoded = pixels * std::uint64_t(header.nchannels) * header.format.size();
-  if (!ec && decoded / kMaxDecodedPerFileByte > fileBytes)
-    return fail("the header claims " + size + " pixels (" + std::to_string(decoded) + " bytes) but the file holds only " +
-                std::to_string(fileBytes) + " bytes");
-  return {};
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", ec);
+  std::string tried;
+  void* library = nullptr;
+  if (!ec) {
+    const auto beside = (program.parent_path() / kImageCodecLibrary).string();
+    library = ::dlopen(beside.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) tried = ::dlerror();
+  }
+  if (library == nullptr) library = ::dlopen(kImageCodecLibrary, RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) {
+    const char* error = ::dlerror();
+    return {nullptr, tried.empty() ? std::string(error ? error : kImageCodecLibrary) : tried};
+  }
+  using Entry = const ImageCodec* (*)();
+  const auto entry = reinterpret_cast<Entry>(::dlsym(library, "interop_image_codec"));
+  if (entry == nullptr) return {nullptr, std::string(kImageCodecLibrary) + " has no image codec"};
+  return {entry(), {}};
+}
+
+vex::Result<const ImageCodec*> Codec() {
+  static const LoadedCodec loaded = Load();
+  if (loaded.codec == nullptr)
+    return VEX_FAIL(vex::ErrorKind::FileIO, "the image library cannot be loaded: " + loaded.why);
+  return loaded.codec;
 }
 
 }  // namespace
@@ -122,141 +71,27 @@ void SetMaxImagePixels(std::uint64_t pixels) { g_maxPixels.store(pixels, std::me
 vex::Result<vex::TextureBuffer> ReadImage(std::string_view path, bool colorData) {
   const std::string native = NativePath(path);
   VEX_TRY(CheckInputFile(native));
-  // Texels are straight (unassociated) alpha, as PNG, TIFF and glTF keep them: the reader must not
-  // premultiply colour by alpha.
-  OIIO::ImageSpec config;
-  config.attribute("oiio:UnassociatedAlpha", 1);
-  auto in = OIIO::ImageInput::open(native, &config);
-  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + OIIO::geterror());
-  const OIIO::ImageSpec& header = in->spec();
-  VEX_TRY(CheckHeader(header, native));
-  const int channels = header.nchannels;
-  const std::size_t count = static_cast<std::size_t>(header.width) * static_cast<std::size_t>(header.height);
-  if (header.format == OIIO::TypeDesc::UINT8) return Read8Bit(*in, native, colorData);
-  std::vector<float> raw(count * static_cast<std::size_t>(channels));
-  if (!in->read_image(0, 0, 0, channels, OIIO::TypeDesc::FLOAT, raw.data()))
-    return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot decode image: " + in->geterror());
-  in->close();
-  const bool decode = colorData && (header.format == OIIO::TypeDesc::UINT8 || header.format == OIIO::TypeDesc::UINT16);
-  vex::TextureBuffer buffer;
-  buffer._dimensions = {header.width, header.height};
-  buffer._pixels = vex::PixelArray::Allocate(count);
-  if (!buffer._pixels) return VEX_FAIL(vex::ErrorKind::OutOfMemory, native + ": out of memory");
-  buffer.colorSpace = decode ? "sRGB" : "";
-  float lut[256];
-  if (decode)
-    for (int i = 0; i < 256; ++i) lut[i] = SrgbToLinear(i / 255.f);
-  const bool lutOk = header.format == OIIO::TypeDesc::UINT8;
-  ForEachIndex(count, [&](std::size_t i) {
-    const float* s = raw.data() + i * static_cast<std::size_t>(channels);
-    float* d = buffer._pixels->Pixel(i);
-    const float r = s[0];
-    const float g = channels > 2 ? s[1] : r;
-    const float b = channels > 2 ? s[2] : r;
-    const float a = channels == 4 ? s[3] : (channels == 2 ? s[1] : 1.f);
-    auto conv = [&](float v) {
-      if (!decode) return v;
-      return lutOk ? lut[static_cast<int>(std::lround(v * 255.f))] : SrgbToLinear(v);
-    };
-    d[0] = conv(r);
-    d[1] = conv(g);
-    d[2] = conv(b);
-    d[3] = a;
-  });
-  return buffer;
+  auto codec = Codec();
+  if (!codec) return VEX_FAIL(vex::ErrorKind::FileIO, native + ": cannot read image: " + codec.error().message);
+  return (*codec)->read(native, colorData, MaxImagePixels());
 }
 
 vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& buffer,
                              const ImageWriteOptions& options) {
   if (buffer.IsEmpty()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": empty texture");
-  auto out = OIIO::ImageOutput::create(path);
-  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": no image writer for this suffix");
-  const int w = static_cast<int>(buffer._dimensions.width);
-  const int h = static_cast<int>(buffer._dimensions.height);
-  const std::size_t count = buffer.GetCount();
-  if (options.floatPixels) {
-    OIIO::ImageSpec header(w, h, 4, OIIO::TypeDesc::FLOAT);
-    header.attribute("compression", "zip");
-    if (!out->open(path, header)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-    if (!out->write_image(OIIO::TypeDesc::FLOAT, buffer._pixels->Data()))
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-  } else {
-    std::vector<unsigned char> bytes(count * 4);
-    const auto& enc = EncodeTable();
-    const float* src = buffer._pixels->Data();
-    // Converted in blocks, with the branches out of the pixel loop; each block notes whether it
-    // saw an alpha below 255 or a pixel that is not grey.
-    std::atomic<bool> translucent{false}, colourful{false};
-    const bool srgb = options.srgb;
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, std::size_t(1) << 14),
-                      [&](const tbb::blocked_range<std::size_t>& r) {
-                        const auto byte = [](float v) {
-                          v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
-                          return static_cast<unsigned char>(v * 255.f + 0.5f);
-                        };
-                        const auto encoded = [&](float v) {
-                          v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
-                          return enc[static_cast<std::size_t>(v * 4096.f + 0.5f)];
-                        };
-                        unsigned char alphaAll = 255;
-                        bool grey = true;
-                        for (std::size_t i = r.begin(); i < r.end(); ++i) {
-                          const float* p = src + 4 * i;
-                          unsigned char* b = bytes.data() + 4 * i;
-                          if (srgb) {
-                            b[0] = encoded(p[0]), b[1] = encoded(p[1]), b[2] = encoded(p[2]);
-                          } else {
-                            b[0] = byte(p[0]), b[1] = byte(p[1]), b[2] = byte(p[2]);
-                          }
-                          b[3] = byte(p[3]);
-                          alphaAll &= b[3];
-                          grey = grey && b[0] == b[1] && b[1] == b[2];
-                        }
-                        if (alphaAll != 255) translucent.store(true, std::memory_order_relaxed);
-                        if (!grey) colourful.store(true, std::memory_order_relaxed);
-                      });
-    // An alpha that is 255 everywhere is left out (a quarter less to encode), and so are green and
-    // blue when they equal red everywhere (a grey image: two thirds less); reading the file gives
-    // the same pixels back.
-    const int channels = translucent.load() ? 4 : (colourful.load() ? 3 : 1);
-    OIIO::ImageSpec header(w, h, channels, OIIO::TypeDesc::UINT8);
-    header.attribute("png:compressionLevel", options.pngCompression);
-    header.attribute("png:filter", options.pngFilter);
-    // The bytes already hold straight alpha: without this the writer would divide colour by alpha.
-    header.attribute("oiio:UnassociatedAlpha", 1);
-    if (!out->open(path, header)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-    if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.data(), 4))
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-  }
-  if (!out->close()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-  return {};
+  auto codec = Codec();
+  if (!codec) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write image: " + codec.error().message);
+  return (*codec)->write(path, buffer, options);
+}
+
+vex::Result<vex::TextureBuffer> ResizeImage(const vex::TextureBuffer& buffer, std::int64_t width,
+                                            std::int64_t height) {
+  VEX_ASSIGN(const ImageCodec* codec, Codec());
+  return codec->resize(buffer, width, height);
 }
 
 vex::Result<vex::TextureBuffer> Images::Read(std::string_view path, bool colorData) {
   return ReadImage(path, colorData);
-}
-
-}  // namespace host
-
-// --- resampling (OpenImageIO's filtered resize) --------------------------------------------------
-
-namespace host {
-
-vex::Result<vex::TextureBuffer> ResizeImage(const vex::TextureBuffer& buffer, std::int64_t width,
-                                            std::int64_t height) {
-  if (buffer.IsEmpty() || width <= 0 || height <= 0)
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "cannot resize an empty image or to an empty size");
-  const OIIO::ImageSpec sourceSpec(static_cast<int>(buffer._dimensions.width),
-                                   static_cast<int>(buffer._dimensions.height), 4, OIIO::TypeDesc::FLOAT);
-  const OIIO::ImageBuf source(sourceSpec, const_cast<float*>(buffer._pixels->Data()));
-  vex::TextureBuffer out = vex::TextureBuffer::Make(width, height);
-  if (out.IsEmpty()) return VEX_FAIL(vex::ErrorKind::OutOfMemory, "Out of memory");
-  out.colorSpace = buffer.colorSpace;
-  const OIIO::ImageSpec targetSpec(static_cast<int>(width), static_cast<int>(height), 4, OIIO::TypeDesc::FLOAT);
-  OIIO::ImageBuf target(targetSpec, out._pixels->Data());
-  if (!OIIO::ImageBufAlgo::resize(target, source, "lanczos3"))
-    return VEX_FAIL(vex::ErrorKind::IllegalArgument, "resize failed: " + target.geterror());
-  return out;
 }
 
 }  // namespace host

@@ -13,6 +13,25 @@ std::shared_ptr<SceneObject> MakePolygonObject(std::string name, vex::PolygonMes
   return object;
 }
 
+std::string CheckPolygonAttributes(const vex::PolygonMesh& mesh, const PolygonAttributes& attributes) {
+  const std::size_t corners = mesh.polygonPoints.size();
+  const auto count = [](std::size_t given, std::size_t expected, const char* what, const char* per) {
+    return std::string(what) + ": " + std::to_string(given) + " for " + std::to_string(expected) + " " + per;
+  };
+  if (!attributes.normals.empty() && attributes.normals.size() != corners)
+    return count(attributes.normals.size(), corners, "normals", "polygon corners");
+  if (!attributes.uvs.empty() && attributes.uvs.size() != corners)
+    return count(attributes.uvs.size(), corners, "uvs", "polygon corners");
+  if (!attributes.materials.empty() && attributes.materials.size() != mesh.PolygonCount())
+    return count(attributes.materials.size(), mesh.PolygonCount(), "materials", "polygons");
+  const auto names = static_cast<std::int64_t>(attributes.materialNames.size());
+  for (std::size_t i = 0; i < attributes.materials.size(); ++i)
+    if (attributes.materials[i] < -1 || attributes.materials[i] >= names)
+      return "materials[" + std::to_string(i) + "]: " + std::to_string(attributes.materials[i]) +
+             " names no material (the object lists " + std::to_string(names) + ")";
+  return {};
+}
+
 vex::Vector3d Affine::Apply(const vex::Vector3d& p) const {
   return {m[0][0] * p.x + m[0][1] * p.y + m[0][2] * p.z + m[0][3],
           m[1][0] * p.x + m[1][1] * p.y + m[1][2] * p.z + m[1][3],

@@ -3,14 +3,36 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "host/scene.h"
 #include "vex/polygon.h"
 
 namespace host {
+
+/// What the reference host's polygon objects carry beside their points and polygons (parameter
+/// 943, host data; modules see only the mesh of 940): shading normals and texture coordinates per
+/// polygon corner (in the order of `PolygonMesh::polygonPoints`), and a material per polygon as an
+/// index into the object's own list of material names (names of the document's materials).
+/// Each list is empty when the object has none of it.
+struct PolygonAttributes {
+  static constexpr std::string_view kDataTypeId = "net.kelvo.host.datatype.polygonattributes";
+  std::vector<vex::Vector3d> normals;       ///< per corner, or empty
+  std::vector<vex::Vector2d> uvs;           ///< per corner (v up, bottom-left origin), or empty
+  std::vector<std::int32_t> materials;      ///< per polygon, index into materialNames or -1; or empty
+  std::vector<std::string> materialNames;
+  bool operator==(const PolygonAttributes&) const = default;
+};
+inline constexpr std::int32_t kPolygonAttributesParameter = 943;
+
+/// The problem with `attributes` on `mesh` ("normals: 5 for 6 polygon corners"), or empty when
+/// each list is empty or matches the mesh and every material index names a material.
+std::string CheckPolygonAttributes(const vex::PolygonMesh& mesh, const PolygonAttributes& attributes);
 
 /// A new polygon object (not yet inserted), with an optional colour (channels 0..1).
 std::shared_ptr<SceneObject> MakePolygonObject(std::string name, vex::PolygonMesh mesh,

@@ -11,6 +11,17 @@
 
 namespace host {
 
+/// The reference host's camera object: it looks down its own -Z axis with +Y up, placed by the
+/// object transform (903/904/905) like any other object. Its parameters; absent ones take the
+/// defaults in brackets.
+inline constexpr std::int32_t kCameraObjectType = 1200;
+inline constexpr std::int32_t kCameraProjection = 960;   ///< int32: 0 perspective [0], 1 orthographic
+inline constexpr std::int32_t kCameraFieldOfView = 961;  ///< float64: vertical field of view, radians [0.6911]
+inline constexpr std::int32_t kCameraAspect = 962;       ///< float64: width / height [1.5]
+inline constexpr std::int32_t kCameraOrthoHeight = 963;  ///< float64: orthographic view height, document units [2]
+inline constexpr std::int32_t kCameraNearClip = 964;     ///< float64: document units [0.1]
+inline constexpr std::int32_t kCameraFarClip = 965;      ///< float64: document units [1000]
+
 class Document;
 class MaterialStore;  // host/materials.h
 

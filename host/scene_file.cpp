@@ -13,6 +13,7 @@
 #include "host/json_codec.h"
 #include "host/material_file.h"
 #include "host/materials.h"
+#include "host/polygon_object.h"
 #include "vex/material.h"
 #include "vex/polygon.h"
 
@@ -45,6 +46,31 @@ vex::Result<Json> PolygonMeshToJson(const vex::PolygonMesh& mesh, const std::str
     polygons.push_back(std::move(loop));
   }
   return Json{{"points", std::move(points)}, {"polygons", std::move(polygons)}};
+}
+
+/// {"normals": [[x, y, z], ..], "uvs": [[u, v], ..], "materials": [i, ..], "materialNames": [..]},
+/// each list only when the object has it.
+vex::Result<Json> PolygonAttributesToJson(const PolygonAttributes& attributes, const std::string& where) {
+  Json out = Json::object();
+  if (!attributes.normals.empty()) {
+    Json normals = Json::array();
+    for (const auto& n : attributes.normals) {
+      VEX_ASSIGN(Json e, Numbers({n.x, n.y, n.z}, where + ".normals"));
+      normals.push_back(std::move(e));
+    }
+    out["normals"] = std::move(normals);
+  }
+  if (!attributes.uvs.empty()) {
+    Json uvs = Json::array();
+    for (const auto& uv : attributes.uvs) {
+      VEX_ASSIGN(Json e, Numbers({uv.x, uv.y}, where + ".uvs"));
+      uvs.push_back(std::move(e));
+    }
+    out["uvs"] = std::move(uvs);
+  }
+  if (!attributes.materials.empty()) out["materials"] = attributes.materials;
+  if (!attributes.materialNames.empty()) out["materialNames"] = attributes.materialNames;
+  return out;
 }
 
 vex::Result<Json> Tagged(std::string_view tag, vex::Result<Json> value) {
@@ -84,6 +110,8 @@ vex::Result<Json> ValueToJson(const vex::Data& data, const std::string& where) {
     return Tagged("image", std::move(out));
   }
   if (const auto* mesh = data.Get<vex::PolygonMesh>()) return Tagged("polygonmesh", PolygonMeshToJson(*mesh, where));
+  if (const auto* attributes = data.Get<PolygonAttributes>())
+    return Tagged("polygonattributes", PolygonAttributesToJson(*attributes, where));
   if (!data.CustomTypeId().empty())
     return std::unexpected(WriteError(where, "custom data " + std::string(data.CustomTypeId()) + " cannot be saved"));
   if (data.IsEmpty()) return std::unexpected(WriteError(where, "an empty value cannot be saved"));
@@ -172,6 +200,40 @@ struct Reader : json_codec::Decoder {
     return mesh;
   }
 
+  /// The lists of a polygon object's attributes; their counts are checked against the mesh once
+  /// the object's parameters are read.
+  vex::Result<PolygonAttributes> Attributes(const Json& v, const std::string& where) const {
+    VEX_TRY(Keys(v, {"normals", "uvs", "materials", "materialNames"}, where));
+    PolygonAttributes out;
+    const auto list = [&](const char* key) -> vex::Result<const Json*> {
+      if (!v.contains(key)) return nullptr;
+      if (!v[key].is_array()) return std::unexpected(Fail(where + "." + key, "expected an array"));
+      return &v[key];
+    };
+    VEX_ASSIGN(const Json* normals, list("normals"));
+    for (std::size_t i = 0; normals != nullptr && i < normals->size(); ++i) {
+      VEX_ASSIGN(auto n, Floats((*normals)[i], 3, where + ".normals[" + std::to_string(i) + "]"));
+      out.normals.push_back({n[0], n[1], n[2]});
+    }
+    VEX_ASSIGN(const Json* uvs, list("uvs"));
+    for (std::size_t i = 0; uvs != nullptr && i < uvs->size(); ++i) {
+      VEX_ASSIGN(auto uv, Floats((*uvs)[i], 2, where + ".uvs[" + std::to_string(i) + "]"));
+      out.uvs.push_back({uv[0], uv[1]});
+    }
+    VEX_ASSIGN(const Json* names, list("materialNames"));
+    for (std::size_t i = 0; names != nullptr && i < names->size(); ++i) {
+      VEX_ASSIGN(std::string name, String((*names)[i], where + ".materialNames[" + std::to_string(i) + "]"));
+      out.materialNames.push_back(std::move(name));
+    }
+    VEX_ASSIGN(const Json* materials, list("materials"));
+    for (std::size_t i = 0; materials != nullptr && i < materials->size(); ++i) {
+      VEX_ASSIGN(auto m, Integer((*materials)[i], -1, static_cast<std::int64_t>(out.materialNames.size()) - 1,
+                                 where + ".materials[" + std::to_string(i) + "]"));
+      out.materials.push_back(static_cast<std::int32_t>(m));
+    }
+    return out;
+  }
+
   vex::Result<vex::Data> Typed(const std::string& tag, const Json& v, const std::string& where) const {
     if (auto scalar = Scalar(tag, v, where)) return std::move(*scalar);
     if (tag == "array") {
@@ -198,6 +260,10 @@ struct Reader : json_codec::Decoder {
     if (tag == "polygonmesh") {
       VEX_ASSIGN(vex::PolygonMesh mesh, PolygonMesh(v, where));
       return vex::Data::MakeCustom(std::move(mesh));
+    }
+    if (tag == "polygonattributes") {
+      VEX_ASSIGN(PolygonAttributes attributes, Attributes(v, where));
+      return vex::Data::MakeCustom(std::move(attributes));
     }
     return std::unexpected(Fail(where, "unknown value type \"" + tag + "\""));
   }
@@ -295,6 +361,17 @@ struct Reader : json_codec::Decoder {
     }
     if (v.contains("parameters")) {
       VEX_ASSIGN(object->MutableParameters(), Container(v["parameters"], where + ".parameters"));
+      const vex::Data* attributes = object->Parameters().Find(kPolygonAttributesParameter);
+      if (attributes != nullptr && attributes->Get<PolygonAttributes>() != nullptr) {
+        const vex::Data* mesh = object->Parameters().Find(vex::kPolygonMeshParameter);
+        const std::string problem = CheckPolygonAttributes(
+            mesh != nullptr && mesh->Get<vex::PolygonMesh>() != nullptr ? *mesh->Get<vex::PolygonMesh>() : vex::PolygonMesh{},
+            *attributes->Get<PolygonAttributes>());
+        if (!problem.empty())
+          return std::unexpected(
+              Fail(where + ".parameters." + std::to_string(kPolygonAttributesParameter) + "." + problem.substr(0, problem.find(':')),
+                   problem.substr(problem.find(':') + 2)));
+      }
     }
     if (v.contains("tracks")) VEX_TRY(Tracks(v["tracks"], *object, where + ".tracks"));
     return object;

@@ -3,7 +3,9 @@
 // (the colour times its factor), the shininess exponent as a roughness, opacity as a grey colour,
 // and every texture loaded at the file's resolution. What the generic model has no port for is
 // named in one warning line per material; a texture that cannot be read is a warning too, and its
-// port keeps its constant.
+// port keeps its constant. Lights and cameras come from the file's own records (binary files: the
+// NodeAttribute objects and their Properties70, exactly as written), else from what Assimp makes of
+// them; either way their nodes are turned from FBX's light and camera axes onto the scene's -Z.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -11,11 +13,18 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <iterator>
 #include <mutex>
+#include <numbers>
+#include <optional>
 #include <random>
 #include <set>
+#include <type_traits>
+#include <variant>
 
 #include <assimp/Importer.hpp>
+#include <assimp/camera.h>
+#include <assimp/light.h>
 #include <assimp/config.h>
 #include <assimp/material.h>
 #include <assimp/postprocess.h>
@@ -23,6 +32,8 @@
 
 #include "host/assimp_inputs.h"
 #include "host/formats/assimp_lock.h"
+#include "host/formats/fbx_binary.h"
+#include "host/formats/light_units.h"
 #include "host/input_files.h"
 #include "host/formats/fbx_io.h"
 #include "host/formats/fbx_surface.h"
@@ -269,6 +280,199 @@ double MetaNumber(const aiMetadata* meta, const char* key, double fallback) {
   return fallback;
 }
 
+// --- lights and cameras ----------------------------------------------------------------------------
+
+/// A NodeAttribute's properties by name, from the file's records.
+class Properties {
+ public:
+  explicit Properties(const fbx::Node* props) {
+    if (props == nullptr) return;
+    for (const auto& p : props->children)
+      if (p.name == "P" && !p.properties.empty())
+        if (const auto* name = std::get_if<std::string>(&p.properties[0])) byName_[*name] = &p;
+  }
+  std::optional<double> Number(const std::string& name, std::size_t component = 0) const {
+    const auto it = byName_.find(name);
+    if (it == byName_.end() || it->second->properties.size() <= 4 + component) return std::nullopt;
+    return std::visit(
+        [](const auto& v) -> std::optional<double> {
+          using T = std::decay_t<decltype(v)>;
+          if constexpr (std::is_arithmetic_v<T>) return static_cast<double>(v);
+          return std::nullopt;
+        },
+        it->second->properties[4 + component]);
+  }
+  double Get(const std::string& name, double fallback) const { return Number(name).value_or(fallback); }
+  std::optional<vex::Color> Color(const std::string& name) const {
+    const auto r = Number(name, 0), g = Number(name, 1), b = Number(name, 2);
+    if (!r || !g || !b) return std::nullopt;
+    return vex::Color{*r, *g, *b};
+  }
+
+ private:
+  std::map<std::string, const fbx::Node*, std::less<>> byName_;
+};
+
+/// What the file's records say of the lights and cameras, by the name of the Model they hang on.
+struct Attributes {
+  std::map<std::string, LightData> lights;
+  std::map<std::string, CameraData> cameras;
+};
+
+std::string PlainName(const fbx::Property& property) {
+  const auto* text = std::get_if<std::string>(&property);
+  if (text == nullptr) return {};
+  const auto cut = text->find(std::string_view("\x00\x01", 2));
+  return cut == std::string::npos ? *text : text->substr(0, cut);
+}
+
+LightData LightFromRecords(const std::string& name, const Properties& p) {
+  using Type = LightData::Type;
+  LightData light;
+  light.name = name;
+  const int type = static_cast<int>(p.Get("LightType", 0));
+  light.type = type == 1 ? Type::Directional : type == 2 ? Type::Spot : type == 3 ? Type::Rect : Type::Point;
+  if (type == 3) {
+    const int ours = static_cast<int>(p.Get("InteropAreaType", -1));
+    if (ours >= static_cast<int>(Type::Rect) && ours <= static_cast<int>(Type::Cylinder))
+      light.type = static_cast<Type>(ours);
+    else if (p.Get("AreaLightShape", 0) == 1)
+      light.type = Type::Sphere;
+    light.width = p.Get("InteropWidth", light.width);
+    light.height = p.Get("InteropHeight", light.height);
+    light.radius = p.Get("InteropRadius", light.radius);
+    light.length = p.Get("InteropLength", light.length);
+  }
+  light.color = p.Color("Color").value_or(vex::Color{1, 1, 1});
+  light.intensity = light_units::IntensityFromBlenderWatts(light, p.Get("Intensity", 100.0) / light_units::kFbxIntensityPerWatt);
+  if (light.type == Type::Spot) {
+    const double toRadians = std::numbers::pi / 180.0;
+    light.outerConeAngle = p.Get("OuterAngle", 45.0) * toRadians / 2;
+    light.innerConeAngle = std::min(p.Get("InnerAngle", 0.0) * toRadians / 2, light.outerConeAngle);
+  }
+  if (p.Get("EnableFarAttenuation", 0) != 0 && p.Get("FarAttenuationEnd", 0) > 0) light.range = p.Get("FarAttenuationEnd", 0);
+  return light;
+}
+
+CameraData CameraFromRecords(const std::string& name, const Properties& p) {
+  namespace units = light_units;
+  CameraData camera;
+  camera.name = name;
+  camera.orthographic = p.Get("CameraProjectionType", 0) == 1;
+  const double width = p.Get("AspectWidth", 0), height = p.Get("AspectHeight", 0);
+  if (width > 0 && height > 0) camera.aspectRatio = width / height;
+  const double filmHeight = p.Get("FilmHeight", 0) * units::kMillimetresPerInch;
+  const double focal = p.Get("FocalLength", 0);
+  if (filmHeight > 0 && focal > 0) {
+    camera.yfov = units::FieldOfView(filmHeight, focal);
+  } else if (const auto xfov = p.Number("FieldOfView")) {
+    camera.yfov = 2 * std::atan(std::tan(*xfov * std::numbers::pi / 360) / camera.aspectRatio);
+  }
+  camera.orthoHeight = p.Get("OrthoZoom", camera.orthoHeight * std::max(camera.aspectRatio, 1.0)) /
+                       std::max(camera.aspectRatio, 1.0);
+  camera.znear = p.Get("NearPlane", camera.znear);
+  camera.zfar = p.Get("FarPlane", camera.zfar);
+  return camera;
+}
+
+/// The records of a binary file; nothing for the ASCII form (Assimp's view is used then).
+Attributes ReadAttributes(const std::string& path, std::vector<std::string>& warnings) {
+  Attributes out;
+  std::ifstream in(path, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) return out;
+  auto top = fbx::DecodeBinary(bytes, path);
+  if (!top) {
+    warnings.push_back("lights and cameras: " + top.error().message + "; Assimp's reading used");
+    return out;
+  }
+  const fbx::Node* objects = nullptr;
+  const fbx::Node* connections = nullptr;
+  for (const auto& node : *top) {
+    if (node.name == "Objects") objects = &node;
+    if (node.name == "Connections") connections = &node;
+  }
+  if (objects == nullptr || connections == nullptr) return out;
+  std::map<std::int64_t, const fbx::Node*> attributes;
+  std::map<std::int64_t, std::string> models;
+  for (const auto& object : objects->children) {
+    if (object.properties.size() < 3) continue;
+    const auto* id = std::get_if<std::int64_t>(&object.properties[0]);
+    if (id == nullptr) continue;
+    if (object.name == "NodeAttribute") attributes[*id] = &object;
+    if (object.name == "Model") models[*id] = PlainName(object.properties[1]);
+  }
+  for (const auto& c : connections->children) {
+    if (c.properties.size() < 3) continue;
+    const auto* child = std::get_if<std::int64_t>(&c.properties[1]);
+    const auto* parent = std::get_if<std::int64_t>(&c.properties[2]);
+    if (child == nullptr || parent == nullptr) continue;
+    const auto attribute = attributes.find(*child);
+    const auto model = models.find(*parent);
+    if (attribute == attributes.end() || model == models.end()) continue;
+    const std::string kind = PlainName(attribute->second->properties[2]);
+    const Properties props(attribute->second->Find("Properties70"));
+    std::string name = PlainName(attribute->second->properties[1]);
+    if (name.empty()) name = model->second;
+    if (kind == "Light") out.lights.emplace(model->second, LightFromRecords(name, props));
+    if (kind == "Camera") out.cameras.emplace(model->second, CameraFromRecords(name, props));
+  }
+  return out;
+}
+
+/// Assimp's view of a light, for files whose records are not read: its colour is the file's
+/// colour times Intensity / 100, split again at the largest component.
+LightData LightFromAssimp(const aiLight& l) {
+  LightData light;
+  light.name = l.mName.C_Str();
+  switch (l.mType) {
+    case aiLightSource_DIRECTIONAL: light.type = LightData::Type::Directional; break;
+    case aiLightSource_SPOT: light.type = LightData::Type::Spot; break;
+    default: light.type = LightData::Type::Point; break;
+  }
+  const aiColor3D c = l.mColorDiffuse;
+  const double watts = std::max({c.r, c.g, c.b});
+  light.color = watts > 0 ? vex::Color{c.r / watts, c.g / watts, c.b / watts} : vex::Color{0, 0, 0};
+  light.intensity = light_units::IntensityFromBlenderWatts(light, watts);
+  if (light.type == LightData::Type::Spot) {
+    light.outerConeAngle = l.mAngleOuterCone / 2;
+    light.innerConeAngle = std::min<double>(l.mAngleInnerCone / 2, light.outerConeAngle);
+  }
+  return light;
+}
+
+CameraData CameraFromAssimp(const aiCamera& c) {
+  CameraData camera;
+  camera.name = c.mName.C_Str();
+  if (c.mAspect > 0) camera.aspectRatio = c.mAspect;
+  // Assimp documents a half angle, but its FBX importer (5.2) hands over FieldOfView whole.
+  camera.yfov = 2 * std::atan(std::tan(static_cast<double>(c.mHorizontalFOV) / 2) / camera.aspectRatio);
+  camera.znear = c.mClipPlaneNear;
+  camera.zfar = c.mClipPlaneFar;
+  return camera;
+}
+
+/// The inverse of the turn from the scene's axes to a light's or camera's axes in the file
+/// (direction and up in the node's space, as Assimp gives them): columns -dir x ..., up, -dir.
+Matrix4 FromAxes(const aiVector3D& dir, const aiVector3D& up) {
+  const double z[3] = {-dir.x, -dir.y, -dir.z}, y[3] = {up.x, up.y, up.z};
+  const double x[3] = {y[1] * z[2] - y[2] * z[1], y[2] * z[0] - y[0] * z[2], y[0] * z[1] - y[1] * z[0]};
+  Matrix4 m;
+  for (int k = 0; k < 3; ++k) {
+    m.m[static_cast<std::size_t>(k)] = x[k];
+    m.m[static_cast<std::size_t>(4 + k)] = y[k];
+    m.m[static_cast<std::size_t>(8 + k)] = z[k];
+  }
+  return m;
+}
+
+Matrix4 Transposed(const Matrix4& r) {
+  Matrix4 t;
+  for (int c = 0; c < 4; ++c)
+    for (int row = 0; row < 4; ++row) t.m[static_cast<std::size_t>(c * 4 + row)] = r.m[static_cast<std::size_t>(row * 4 + c)];
+  return t;
+}
+
 }  // namespace
 
 vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options) {
@@ -324,6 +528,14 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
     else
       queue.push_back({root, -1});
   }
+  // Lights and cameras by the name of their node (Assimp names both after the Model).
+  const Attributes records = ReadAttributes(path, out.warnings);
+  std::map<std::string, const aiLight*, std::less<>> lightOf;
+  std::map<std::string, const aiCamera*, std::less<>> cameraOf;
+  for (unsigned i = 0; i < scene->mNumLights; ++i) lightOf.emplace(scene->mLights[i]->mName.C_Str(), scene->mLights[i]);
+  for (unsigned i = 0; i < scene->mNumCameras; ++i) cameraOf.emplace(scene->mCameras[i]->mName.C_Str(), scene->mCameras[i]);
+  std::vector<Matrix4> turns;  // per node read: the turn of its light's or camera's axes (identity otherwise)
+
   std::map<std::vector<unsigned>, int> meshOf;
   for (std::size_t q = 0; q < queue.size(); ++q) {
     const auto [node, parent] = queue[q];
@@ -331,6 +543,24 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
     data.name = node->mName.C_Str();
     data.parent = parent;
     data.local = FromAssimp(node->mTransformation);
+    Matrix4 turn;
+    if (const auto light = lightOf.find(data.name); light != lightOf.end()) {
+      const auto found = records.lights.find(data.name);
+      data.light = static_cast<int>(out.lights.size());
+      out.lights.push_back(found != records.lights.end() ? found->second : LightFromAssimp(*light->second));
+      turn = FromAxes(light->second->mDirection, light->second->mUp);
+    } else if (const auto camera = cameraOf.find(data.name); camera != cameraOf.end()) {
+      const auto found = records.cameras.find(data.name);
+      data.camera = static_cast<int>(out.cameras.size());
+      out.cameras.push_back(found != records.cameras.end() ? found->second : CameraFromAssimp(*camera->second));
+      const aiCamera& c = *camera->second;
+      turn = FromAxes(c.mLookAt - c.mPosition, c.mUp);
+    }
+    // The file's matrix is the scene's times the turn onto the file's axes, and a child's is
+    // relative to its turned parent.
+    if (parent >= 0) data.local = Transposed(turns[static_cast<std::size_t>(parent)]) * data.local;
+    data.local = data.local * turn;
+    turns.push_back(turn);
     if (node->mNumMeshes > 0) {
       std::vector<unsigned> key(node->mMeshes, node->mMeshes + node->mNumMeshes);
       auto found = meshOf.find(key);
@@ -344,9 +574,6 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
     out.nodes.push_back(std::move(data));
     for (unsigned c = 0; c < node->mNumChildren; ++c) queue.push_back({node->mChildren[c], self});
   }
-  if (scene->mNumLights > 0 || scene->mNumCameras > 0)
-    out.warnings.push_back(std::to_string(scene->mNumLights) + " light(s) and " + std::to_string(scene->mNumCameras) +
-                           " camera(s) in the file are not read yet; left out");
   return out;
 }
 

@@ -3,7 +3,9 @@
 // and texture coordinates per polygon corner, the material per polygon), nodes Model objects with
 // their local transform as Lcl Translation/Rotation/Scaling, materials Phong surfaces that carry
 // both the current property names (DiffuseColor, EmissiveColor/EmissiveFactor, TransparencyFactor,
-// Opacity, ...) and the legacy ones (Diffuse, Emissive, ...) that older readers look for.
+// Opacity, ...) and the legacy ones (Diffuse, Emissive, ...) that older readers look for. Lights
+// and cameras are NodeAttribute objects on their node's Model, turned so that FBX's light axis
+// (-Y) and camera axis (+X) fall on the interchange scene's -Z (conversions in light_units.h).
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -17,6 +19,7 @@
 #include "host/formats/fbx_binary.h"
 #include "host/formats/fbx_io.h"
 #include "host/formats/fbx_surface.h"
+#include "host/formats/light_units.h"
 #include "host/images.h"
 
 namespace fs = std::filesystem;
@@ -51,8 +54,15 @@ void PString(Node& props, const std::string& name, const std::string& v) {
 void PLcl(Node& props, const std::string& name, const std::array<double, 3>& v) {
   P(props, name, name, "", "A", {v[0], v[1], v[2]});
 }
+void PBool(Node& props, const std::string& name, bool v) { P(props, name, "bool", "", "", {std::int32_t{v ? 1 : 0}}); }
+/// A property of the project's own (flag "U"): readers that do not know it keep it or skip it.
+void PUser(Node& props, const std::string& name, double v) { P(props, name, "double", "Number", "U", {v}); }
 
 // --- transforms --------------------------------------------------------------------------------------
+
+namespace fbx_axes {
+enum class Kind { None, Light, Camera };
+}
 
 struct Decomposed {
   std::array<double, 3> translation{}, rotation{}, scaling{1, 1, 1};  // rotation: degrees, XYZ order
@@ -107,6 +117,22 @@ Decomposed Decompose(const Matrix4& matrix) {
   return d;
 }
 
+/// The turn from FBX's own axis of a light (-Y, up -Z) or a camera (+X, up +Y) onto the scene's -Z
+/// with +Y up: a Model's matrix is the node's times this turn. Rx(90) for lights, Ry(90) for
+/// cameras; identity for anything else.
+Matrix4 AxisTurn(fbx_axes::Kind kind) {
+  Matrix4 m;
+  if (kind == fbx_axes::Kind::Light) m.m = {1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1};
+  if (kind == fbx_axes::Kind::Camera) m.m = {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 1};
+  return m;
+}
+Matrix4 Transposed(const Matrix4& r) {
+  Matrix4 t;
+  for (int c = 0; c < 4; ++c)
+    for (int row = 0; row < 4; ++row) t.m[static_cast<std::size_t>(c * 4 + row)] = r.m[static_cast<std::size_t>(row * 4 + c)];
+  return t;
+}
+
 // --- the document ------------------------------------------------------------------------------------
 
 /// Letters, digits, '-' and '_' (others become '_'): texture files are named after materials.
@@ -140,6 +166,9 @@ struct Writer {
   vex::Result<std::int64_t> AddMaterial(const MaterialData& material, std::size_t index);
   vex::Result<std::int64_t> AddTexture(const std::string& materialName, const SurfaceTexture& texture);
   std::int64_t AddDefaultMaterial();
+  std::int64_t AddLight(const LightData& light, const std::string& name);
+  std::int64_t AddCamera(const CameraData& camera, const std::string& name);
+  std::int64_t AddModel(const std::string& name, const std::string& type, const Matrix4& local, std::int64_t parent);
   vex::Result<void> AddNodes();
   std::vector<Node> Document();
 
@@ -346,6 +375,107 @@ std::int64_t Writer::AddDefaultMaterial() {
   return defaultMaterial;
 }
 
+std::int64_t Writer::AddLight(const LightData& light, const std::string& name) {
+  using Type = LightData::Type;
+  namespace units = light_units;
+  const std::int64_t id = NewId();
+  Node& a = objects.Add("NodeAttribute", {id, fbx::ObjectName(name, "NodeAttribute"), std::string("Light")});
+  a.Add("TypeFlags", {std::string("Light")});
+  a.Add("GeometryVersion", {std::int32_t{124}});
+  Node& p = a.Add("Properties70");
+  const bool area = light.type != Type::Point && light.type != Type::Spot && light.type != Type::Directional;
+  PEnum(p, "LightType", light.type == Type::Directional ? 1 : light.type == Type::Spot ? 2 : area ? 3 : 0);
+  PBool(p, "CastLight", true);
+  PColor(p, "Color", light.color);
+  PNumber(p, "Intensity", units::BlenderWatts(light) * units::kFbxIntensityPerWatt);
+  if (light.type == Type::Spot) {
+    const double toDegrees = 180.0 / std::numbers::pi;
+    PNumber(p, "InnerAngle", 2 * std::clamp(light.innerConeAngle, 0.0, light.outerConeAngle) * toDegrees);
+    PNumber(p, "OuterAngle", 2 * light.outerConeAngle * toDegrees);
+  }
+  if (area) {
+    const bool round = light.type == Type::Sphere || light.type == Type::Cylinder;
+    PEnum(p, "AreaLightShape", round ? 1 : 0);
+    // FBX gives an area light no size: ours, for our reader to turn the power back into nits.
+    PUser(p, "InteropAreaType", static_cast<double>(light.type));
+    PUser(p, "InteropWidth", light.width);
+    PUser(p, "InteropHeight", light.height);
+    PUser(p, "InteropRadius", light.radius);
+    PUser(p, "InteropLength", light.length);
+  }
+  if (light.type != Type::Directional) {
+    PEnum(p, "DecayType", 2);  // inverse square: the photometric units fall off so
+    PDouble(p, "DecayStart", 1.0);
+  } else {
+    PEnum(p, "DecayType", 0);
+  }
+  const bool ranged = light.range && *light.range > 0 && light.type != Type::Directional;
+  PBool(p, "EnableFarAttenuation", ranged);
+  if (ranged) PDouble(p, "FarAttenuationEnd", *light.range);
+  PBool(p, "CastShadows", true);
+  if (light.temperature)
+    written.warnings.push_back("light '" + light.name + "': FBX has no colour temperature; its colour carries it");
+  ++counts["NodeAttribute"];
+  return id;
+}
+
+std::int64_t Writer::AddCamera(const CameraData& camera, const std::string& name) {
+  namespace units = light_units;
+  const std::int64_t id = NewId();
+  Node& a = objects.Add("NodeAttribute", {id, fbx::ObjectName(name, "NodeAttribute"), std::string("Camera")});
+  a.Add("TypeFlags", {std::string("Camera")});
+  a.Add("GeometryVersion", {std::int32_t{124}});
+  Node& p = a.Add("Properties70");
+  const double aspect = camera.aspectRatio > 0 ? camera.aspectRatio : 1.0;
+  const units::Film film = units::FilmFor(aspect);
+  const double focal = units::FocalLength(film.height, camera.yfov);
+  const double toDegrees = 180.0 / std::numbers::pi;
+  const double xfov = units::FieldOfView(film.width, focal);
+  double zfar = camera.zfar;
+  if (!std::isfinite(zfar)) {
+    zfar = 1e9;
+    written.warnings.push_back("camera '" + camera.name + "': infinite far plane written as 1e9");
+  }
+  PEnum(p, "CameraProjectionType", camera.orthographic ? 1 : 0);
+  PDouble(p, "AspectHeight", 1000.0);
+  PDouble(p, "AspectWidth", 1000.0 * aspect);
+  PDouble(p, "FilmWidth", film.width / units::kMillimetresPerInch);
+  PDouble(p, "FilmHeight", film.height / units::kMillimetresPerInch);
+  PDouble(p, "FilmAspectRatio", film.width / film.height);
+  PEnum(p, "ApertureMode", 3);  // the focal length decides; FieldOfView is the horizontal angle
+  PEnum(p, "GateFit", 2);
+  P(p, "FieldOfView", "FieldOfView", "", "A", {xfov * toDegrees});
+  P(p, "FieldOfViewX", "FieldOfViewX", "", "A", {xfov * toDegrees});
+  P(p, "FieldOfViewY", "FieldOfViewY", "", "A", {camera.yfov * toDegrees});
+  PDouble(p, "FocalLength", focal);
+  // The view's longer side, as Blender reads it.
+  PDouble(p, "OrthoZoom", camera.orthoHeight * std::max(aspect, 1.0));
+  PDouble(p, "NearPlane", camera.znear);
+  PDouble(p, "FarPlane", zfar);
+  ++counts["NodeAttribute"];
+  return id;
+}
+
+std::int64_t Writer::AddModel(const std::string& name, const std::string& type, const Matrix4& local, std::int64_t parent) {
+  const Decomposed d = Decompose(local);
+  if (!d.exact)
+    written.warnings.push_back("node '" + name + "': a shear in its transform cannot be carried by FBX; dropped");
+  const std::int64_t id = NewId();
+  Node& model = objects.Add("Model", {id, fbx::ObjectName(name, "Model"), type});
+  model.Add("Version", {std::int32_t{232}});
+  Node& p = model.Add("Properties70");
+  PLcl(p, "Lcl Translation", d.translation);
+  PLcl(p, "Lcl Rotation", d.rotation);
+  PLcl(p, "Lcl Scaling", d.scaling);
+  PInt(p, "DefaultAttributeIndex", 0);
+  PEnum(p, "InheritType", 1);
+  model.Add("Shading", {true});
+  model.Add("Culling", {std::string("CullingOff")});
+  ++counts["Model"];
+  Connect(id, parent);
+  return id;
+}
+
 vex::Result<void> Writer::AddNodes() {
   std::vector<std::int64_t> materialIds;
   for (std::size_t i = 0; i < scene.materials.size(); ++i) {
@@ -367,6 +497,8 @@ vex::Result<void> Writer::AddNodes() {
     geometryIds.push_back(id);
   }
   std::vector<std::int64_t> nodeIds;
+  std::vector<Matrix4> turns;  // each node's AxisTurn: its children are written relative to it
+  std::size_t lightsWritten = 0, camerasWritten = 0;
   for (std::size_t i = 0; i < scene.nodes.size(); ++i) {
     const auto& node = scene.nodes[i];
     const std::string name = node.name.empty() ? "node_" + std::to_string(i) : node.name;
@@ -375,25 +507,41 @@ vex::Result<void> Writer::AddNodes() {
                       "node '" + name + "': parent " + std::to_string(node.parent) + " does not come before it");
     if (node.mesh >= static_cast<int>(scene.meshes.size()))
       return VEX_FAIL(vex::ErrorKind::IllegalArgument, "node '" + name + "': mesh " + std::to_string(node.mesh) + " out of range");
+    if (node.light >= static_cast<int>(scene.lights.size()) || node.camera >= static_cast<int>(scene.cameras.size()))
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument, "node '" + name + "': light or camera out of range");
     if (!node.local.IsFinite())
       return VEX_FAIL(vex::ErrorKind::IllegalArgument, "node '" + name + "': transform is not finite");
-    const Decomposed d = Decompose(node.local);
-    if (!d.exact)
-      written.warnings.push_back("node '" + name + "': a shear in its transform cannot be carried by FBX; dropped");
-    const std::int64_t id = NewId();
+    // What the node's own Model carries: its mesh, else its light, else its camera; a light or
+    // camera beside a mesh (or a camera beside a light) gets a child Model of its own.
+    const LightData* light = node.light >= 0 ? &scene.lights[static_cast<std::size_t>(node.light)] : nullptr;
+    if (light != nullptr && light->type == LightData::Type::Dome) {
+      written.warnings.push_back("light '" + light->name + "': a dome light has no FBX type; left out");
+      light = nullptr;
+    }
+    const CameraData* camera = node.camera >= 0 ? &scene.cameras[static_cast<std::size_t>(node.camera)] : nullptr;
+    using fbx_axes::Kind;
+    const Kind kind = node.mesh >= 0 ? Kind::None : light != nullptr ? Kind::Light : camera != nullptr ? Kind::Camera : Kind::None;
+    const std::string type = node.mesh >= 0 ? "Mesh" : kind == Kind::Light ? "Light" : kind == Kind::Camera ? "Camera" : "Null";
+    const Matrix4 parentTurn = node.parent >= 0 ? turns[static_cast<std::size_t>(node.parent)] : Matrix4{};
+    const Matrix4 local = Transposed(parentTurn) * node.local * AxisTurn(kind);
+    const std::int64_t id = AddModel(name, type, local, node.parent >= 0 ? nodeIds[static_cast<std::size_t>(node.parent)] : 0);
     nodeIds.push_back(id);
-    Node& model = objects.Add("Model", {id, fbx::ObjectName(name, "Model"), std::string(node.mesh >= 0 ? "Mesh" : "Null")});
-    model.Add("Version", {std::int32_t{232}});
-    Node& p = model.Add("Properties70");
-    PLcl(p, "Lcl Translation", d.translation);
-    PLcl(p, "Lcl Rotation", d.rotation);
-    PLcl(p, "Lcl Scaling", d.scaling);
-    PInt(p, "DefaultAttributeIndex", 0);
-    PEnum(p, "InheritType", 1);
-    model.Add("Shading", {true});
-    model.Add("Culling", {std::string("CullingOff")});
-    ++counts["Model"];
-    Connect(id, node.parent >= 0 ? nodeIds[static_cast<std::size_t>(node.parent)] : 0);
+    turns.push_back(AxisTurn(kind));
+    auto attach = [&](Kind what, std::int64_t attribute, const std::string& attributeName) {
+      if (what == kind) return Connect(attribute, id);
+      const std::int64_t child = AddModel(attributeName, what == Kind::Light ? "Light" : "Camera", AxisTurn(what), id);
+      Connect(attribute, child);
+    };
+    if (light != nullptr) {
+      const std::string lightName = light->name.empty() ? name + "_light" : light->name;
+      attach(Kind::Light, AddLight(*light, lightName), lightName);
+      ++lightsWritten;
+    }
+    if (camera != nullptr) {
+      const std::string cameraName = camera->name.empty() ? name + "_camera" : camera->name;
+      attach(Kind::Camera, AddCamera(*camera, cameraName), cameraName);
+      ++camerasWritten;
+    }
     if (node.mesh >= 0) {
       const auto mesh = static_cast<std::size_t>(node.mesh);
       Connect(geometryIds[mesh], id);
@@ -401,6 +549,13 @@ vex::Result<void> Writer::AddNodes() {
         Connect(slot >= 0 ? materialIds[static_cast<std::size_t>(slot)] : AddDefaultMaterial(), id);
     }
   }
+  std::size_t domes = 0;
+  for (const auto& node : scene.nodes)
+    if (node.light >= 0 && scene.lights[static_cast<std::size_t>(node.light)].type == LightData::Type::Dome) ++domes;
+  if (lightsWritten + domes < scene.lights.size() || camerasWritten < scene.cameras.size())
+    written.warnings.push_back(std::to_string(scene.lights.size() - lightsWritten - domes) + " light(s) and " +
+                               std::to_string(scene.cameras.size() - camerasWritten) +
+                               " camera(s) on no node; left out");
   return {};
 }
 
@@ -495,6 +650,8 @@ std::vector<Node> Writer::Document() {
       PEnum(p, "WrapModeU", 0);
       PEnum(p, "WrapModeV", 0);
     }));
+  if (count("NodeAttribute") > 0)
+    definitions.children.push_back(PropertyTemplate("NodeAttribute", "", count("NodeAttribute"), nullptr));
   if (count("Video") > 0)
     definitions.children.push_back(PropertyTemplate("Video", "FbxVideo", count("Video"), [](Node& p) {
       PString(p, "Path", "");
@@ -516,9 +673,6 @@ vex::Result<FbxOutput> WriteFbxFile(const SceneData& scene, const std::string& d
   written.files.push_back(file);
   Writer writer{scene, directory, bundles, embed, written};
   VEX_TRY(writer.AddNodes());
-  if (!scene.lights.empty() || !scene.cameras.empty())
-    written.warnings.push_back(std::to_string(scene.lights.size()) + " light(s) and " +
-                               std::to_string(scene.cameras.size()) + " camera(s) are not written to FBX yet; left out");
   const auto tree = writer.Document();
   const std::string bytes = ascii ? fbx::EncodeAscii(tree) : fbx::EncodeBinary(tree);
   const fs::path path = fs::path(directory) / file;

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <numbers>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -23,8 +24,10 @@
 #include "host/formats/format_io.h"
 #include "host/formats/formats.h"
 #include "host/formats/gltf_bridge.h"
+#include "host/formats/formats.h"
 #include "host/formats/gltf_io.h"
 #include "host/formats/gltf_vocabulary.h"
+#include "host/formats/light_units.h"
 #include "host/images.h"
 
 namespace fs = std::filesystem;
@@ -483,26 +486,53 @@ class Writer {
     model_.cameras.push_back(std::move(c));
   }
 
+  /// Punctual lights as they are. An area light has no glTF type: a one-sided one (rectangle,
+  /// disk) becomes a spot of its on-axis intensity L A with the cone opened to the half space, a
+  /// round one (sphere, cylinder) a point light of its luminous flux pi A L over 4 pi; a dome is
+  /// left out. Each says so in a warning.
   void AddLight(std::size_t i) {
+    using Type = LightData::Type;
     const LightData& light = scene_.lights[i];
     tinygltf::Light l;
     l.name = light.name;
     l.color = {light.color.r, light.color.g, light.color.b};
     l.intensity = light.intensity;
+    const double area = light_units::EmittingArea(light);
+    const char* shape = light.type == Type::Rect ? "rectangle" : light.type == Type::Disk ? "disk"
+                        : light.type == Type::Sphere ? "sphere" : "cylinder";
     switch (light.type) {
-      case LightData::Type::Point:
+      case Type::Point:
         l.type = "point";
         break;
-      case LightData::Type::Spot:
+      case Type::Spot:
         l.type = "spot";
-        l.spot.innerConeAngle = light.innerConeAngle;
+        // The format wants the inner angle below the outer one: a hard-edged cone keeps a sliver.
+        l.spot.innerConeAngle = std::clamp(light.innerConeAngle, 0.0, std::nextafter(light.outerConeAngle, 0.0));
         l.spot.outerConeAngle = light.outerConeAngle;
         break;
-      case LightData::Type::Directional:
+      case Type::Directional:
         l.type = "directional";
         break;
-      default:
-        out_.warnings.push_back("light " + Quoted(light.name) + ": an area or dome light has no glTF type; left out");
+      case Type::Rect:
+      case Type::Disk:
+        l.type = "spot";
+        l.intensity = light.intensity * area;
+        l.spot.innerConeAngle = 0.0;
+        l.spot.outerConeAngle = std::numbers::pi / 2;
+        out_.warnings.push_back("light " + Quoted(light.name) + ": a " + shape +
+                                " light has no glTF type; written as a spot light opened to the half space with its "
+                                "on-axis intensity (" + FormatNumber(l.intensity) + " cd)");
+        break;
+      case Type::Sphere:
+      case Type::Cylinder:
+        l.type = "point";
+        l.intensity = light.intensity * area / 4;
+        out_.warnings.push_back("light " + Quoted(light.name) + ": a " + shape +
+                                " light has no glTF type; written as a point light of the same luminous flux (" +
+                                FormatNumber(l.intensity) + " cd)");
+        break;
+      case Type::Dome:
+        out_.warnings.push_back("light " + Quoted(light.name) + ": a dome light has no glTF type; left out");
         return;
     }
     if (light.range && *light.range > 0 && light.type != LightData::Type::Directional) l.range = *light.range;

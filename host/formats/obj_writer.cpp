@@ -258,7 +258,8 @@ vex::Result<WrittenFiles> WriteObj(const SceneData& scene, const std::string& di
     if (normals) baseNormal += count;
   }
   if (!scene.lights.empty() || !scene.cameras.empty())
-    w.written.warnings.push_back("lights and cameras left out: OBJ has none");
+    w.written.warnings.push_back("OBJ has no lights or cameras: " + std::to_string(scene.lights.size()) + " light(s) and " +
+                                 std::to_string(scene.cameras.size()) + " camera(s) left out");
   VEX_TRY(WriteText(directory, stem + ".obj", out.str()));
   return std::move(w.written);
 }

@@ -74,6 +74,9 @@ struct LightData {
   Type type = Type::Point;
   vex::Color color{1, 1, 1};           ///< linear, already multiplied by a colour temperature's RGB
   std::optional<double> temperature;   ///< kelvin, when the light uses a colour temperature
+  /// The normalised RGB of `temperature` that `color` includes ((1, 1, 1) without a temperature),
+  /// for formats that apply the temperature themselves and take the colour without it.
+  vex::Color temperatureRgb{1, 1, 1};
   /// Point and spot: candela; directional: lux; area lights and dome: nits (cd/m^2).
   double intensity = 1.0;
   double innerConeAngle = 0.0;  ///< spot, radians from the axis

@@ -3,13 +3,18 @@
 // part) and every material as a UsdPreviewSurface shader. A textured port is connected to a
 // UsdUVTexture reader (file, st from a UsdPrimvarReader_float2, colour space by the bundle's
 // colour marking, "rgb" for colour and vector ports, "r" for scalar ones); a normal map is
-// expanded from [0, 1] to [-1, 1] by the reader's scale and bias.
+// expanded from [0, 1] to [-1, 1] by the reader's scale and bias. Lights become UsdLux prims and
+// cameras Camera prims under their node's Xform (conversions in light_units.h).
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <numbers>
 #include <set>
 #include <sstream>
 #include <string_view>
 
 #include "host/formats/format_io.h"
+#include "host/formats/light_units.h"
 #include "host/formats/writers.h"
 #include "vex/ports.h"
 
@@ -232,6 +237,111 @@ struct Writer {
     out << in << "}\n";
   }
 
+  /// A light as the UsdLux prim of its shape. Its luminance (lux for a distant light) is
+  /// intensity x 2^exposure; a colour temperature is applied by the renderer, so the colour goes
+  /// out without it.
+  void Light(std::ostringstream& out, const LightData& light, const std::string& name, int depth) {
+    using Type = LightData::Type;
+    namespace units = light_units;
+    const std::string in = Indent(depth), in1 = Indent(depth + 1);
+    const std::string what = "light '" + light.name + "'";
+    double value = light.intensity;
+    std::string schema;
+    switch (light.type) {
+      case Type::Point:
+      case Type::Spot:
+      case Type::Sphere: schema = "SphereLight"; break;
+      case Type::Directional: schema = "DistantLight"; break;
+      case Type::Rect: schema = "RectLight"; break;
+      case Type::Disk: schema = "DiskLight"; break;
+      case Type::Cylinder: schema = "CylinderLight"; break;
+      case Type::Dome: schema = "DomeLight"; break;
+    }
+    const bool punctual = light.type == Type::Point || light.type == Type::Spot;
+    const double pointRadius = units::PointRadius(scene.metersPerUnit);
+    if (punctual) value = units::SphereNitsFromCandela(light.intensity, pointRadius);
+    out << in << "def " << schema << " \"" << name << "\"";
+    if (light.type == Type::Spot) out << " (\n" << in1 << "prepend apiSchemas = [\"ShapingAPI\"]\n" << in << ")";
+    out << "\n" << in << "{\n";
+    const units::Exposed exposed = units::SplitExposure(value);
+    vex::Color color = light.color;
+    if (light.temperature) {
+      const vex::Color& t = light.temperatureRgb;
+      auto divide = [](double c, double by) { return by != 0 ? c / by : c; };
+      color = {divide(color.r, t.r), divide(color.g, t.g), divide(color.b, t.b)};
+    }
+    out << in1 << "color3f inputs:color = " << Tuple({color.r, color.g, color.b}) << "\n";
+    if (light.temperature)
+      out << in1 << "float inputs:colorTemperature = " << FormatNumber(*light.temperature) << "\n"
+          << in1 << "bool inputs:enableColorTemperature = 1\n";
+    out << in1 << "float inputs:exposure = " << exposed.exposure << "\n"
+        << in1 << "float inputs:intensity = " << FormatNumber(exposed.intensity) << "\n"
+        // A distant light's intensity is illuminance only when normalised; a shape's stays the
+        // luminance of its surface only when not.
+        << in1 << "bool inputs:normalize = " << (light.type == Type::Directional ? 1 : 0) << "\n";
+    switch (light.type) {
+      case Type::Point:
+      case Type::Spot:
+        out << in1 << "float inputs:radius = " << FormatNumber(pointRadius) << "\n";
+        break;
+      case Type::Sphere:
+      case Type::Disk:
+        out << in1 << "float inputs:radius = " << FormatNumber(light.radius) << "\n";
+        break;
+      case Type::Cylinder:
+        out << in1 << "float inputs:length = " << FormatNumber(light.length) << "\n"
+            << in1 << "float inputs:radius = " << FormatNumber(light.radius) << "\n";
+        break;
+      case Type::Rect:
+        out << in1 << "float inputs:height = " << FormatNumber(light.height) << "\n"
+            << in1 << "float inputs:width = " << FormatNumber(light.width) << "\n";
+        break;
+      case Type::Dome:
+        if (!light.texture.empty())
+          out << in1 << "asset inputs:texture:file = @" << light.texture << "@\n"
+              << in1 << "token inputs:texture:format = \"latlong\"\n";
+        break;
+      case Type::Directional: break;
+    }
+    if (light.type == Type::Spot) {
+      const double outer = light.outerConeAngle, inner = std::clamp(light.innerConeAngle, 0.0, outer);
+      out << in1 << "float inputs:shaping:cone:angle = " << FormatNumber(outer * 180 / std::numbers::pi) << "\n"
+          << in1 << "float inputs:shaping:cone:softness = " << FormatNumber(outer > 0 ? (outer - inner) / outer : 0.0)
+          << "\n";
+    }
+    if (punctual) out << in1 << "bool treatAsPoint = 1\n";
+    out << in << "}\n";
+    if (light.range)
+      written.warnings.push_back(what + ": UsdLux has no falloff radius; range " + FormatNumber(*light.range) +
+                                 " left out");
+  }
+
+  /// A camera: apertures and focal length in tenths of a scene unit (the film's longer side is
+  /// the gauge for a perspective camera, the view volume itself for an orthographic one).
+  void Camera(std::ostringstream& out, const CameraData& camera, const std::string& name, int depth) {
+    namespace units = light_units;
+    const std::string in = Indent(depth), in1 = Indent(depth + 1);
+    double zfar = camera.zfar;
+    if (!std::isfinite(zfar)) {
+      zfar = 1e9;
+      written.warnings.push_back("camera '" + camera.name + "': infinite far plane written as 1e9");
+    }
+    out << in << "def Camera \"" << name << "\"\n" << in << "{\n"
+        << in1 << "float2 clippingRange = " << Tuple({camera.znear, zfar}) << "\n";
+    if (camera.orthographic) {
+      out << in1 << "float horizontalAperture = " << FormatNumber(10 * camera.orthoHeight * camera.aspectRatio) << "\n"
+          << in1 << "token projection = \"orthographic\"\n"
+          << in1 << "float verticalAperture = " << FormatNumber(10 * camera.orthoHeight) << "\n";
+    } else {
+      const units::Film film = units::FilmFor(camera.aspectRatio);
+      out << in1 << "float focalLength = " << FormatNumber(units::FocalLength(film.height, camera.yfov)) << "\n"
+          << in1 << "float horizontalAperture = " << FormatNumber(film.width) << "\n"
+          << in1 << "token projection = \"perspective\"\n"
+          << in1 << "float verticalAperture = " << FormatNumber(film.height) << "\n";
+    }
+    out << in << "}\n";
+  }
+
   void Node(std::ostringstream& out, std::size_t index, const std::string& name, int depth) {
     const NodeData& node = scene.nodes[index];
     const std::string in = Indent(depth), in1 = Indent(depth + 1);
@@ -249,6 +359,14 @@ struct Writer {
     if (node.mesh >= 0 && static_cast<std::size_t>(node.mesh) < scene.meshes.size()) {
       const MeshData& mesh = scene.meshes[static_cast<std::size_t>(node.mesh)];
       Mesh(out, mesh, names.Take(mesh.name.empty() ? "Mesh" : mesh.name), depth + 1);
+    }
+    if (node.light >= 0 && static_cast<std::size_t>(node.light) < scene.lights.size()) {
+      const LightData& light = scene.lights[static_cast<std::size_t>(node.light)];
+      Light(out, light, names.Take(light.name.empty() ? "Light" : light.name), depth + 1);
+    }
+    if (node.camera >= 0 && static_cast<std::size_t>(node.camera) < scene.cameras.size()) {
+      const CameraData& camera = scene.cameras[static_cast<std::size_t>(node.camera)];
+      Camera(out, camera, names.Take(camera.name.empty() ? "Camera" : camera.name), depth + 1);
     }
     for (std::size_t child = index + 1; child < scene.nodes.size(); ++child)
       if (scene.nodes[child].parent == static_cast<int>(index))
@@ -286,10 +404,15 @@ vex::Result<WrittenFiles> WriteUsd(const SceneData& scene, const std::string& di
     out << "    }\n";
   }
   out << "}\n";
-  if (!scene.lights.empty())
-    w.written.warnings.push_back(std::to_string(scene.lights.size()) + " light(s) left out: the USD writer writes meshes and materials");
-  if (!scene.cameras.empty())
-    w.written.warnings.push_back(std::to_string(scene.cameras.size()) + " camera(s) left out: the USD writer writes meshes and materials");
+  std::set<int> lightsOn, camerasOn;
+  for (const auto& node : scene.nodes) {
+    if (node.light >= 0 && static_cast<std::size_t>(node.light) < scene.lights.size()) lightsOn.insert(node.light);
+    if (node.camera >= 0 && static_cast<std::size_t>(node.camera) < scene.cameras.size()) camerasOn.insert(node.camera);
+  }
+  if (lightsOn.size() < scene.lights.size() || camerasOn.size() < scene.cameras.size())
+    w.written.warnings.push_back(std::to_string(scene.lights.size() - lightsOn.size()) + " light(s) and " +
+                                 std::to_string(scene.cameras.size() - camerasOn.size()) +
+                                 " camera(s) on no node; left out");
   VEX_TRY(WriteText(directory, stem + ".usda", out.str()));
   return std::move(w.written);
 }

@@ -150,9 +150,16 @@ TEST_F(GltfFiles, ValidatorAndThreeJsReadTheSceneAsWritten) {
         EXPECT_NEAR((*object)["world"][k].get<double>(), world.m[k], 1e-5) << name << " " << k;
     }
     EXPECT_EQ((*Named(objects, "Ball"))["parent"], "Root");
+    // The rectangle light is a spot opened to the half space with its on-axis intensity (50 nits
+    // over 1 x 1: 50 cd); the punctual ones are as written.
     std::map<std::string, Json> lights;
-    for (const auto& light : result["lights"]) lights[light["type"].get<std::string>()] = light;
-    ASSERT_EQ(lights.size(), 3u) << result["lights"].dump();
+    for (const auto& light : result["lights"])
+      lights[light["name"] == "WindowNode" ? "Window" : light["type"].get<std::string>()] = light;
+    ASSERT_EQ(lights.size(), 4u) << result["lights"].dump();
+    EXPECT_EQ(lights["Window"]["type"], "SpotLight");
+    EXPECT_NEAR(lights["Window"]["intensity"].get<double>(), 50, 1e-9);
+    EXPECT_NEAR(lights["Window"]["angle"].get<double>(), std::numbers::pi / 2, 1e-9);
+    EXPECT_NEAR(lights["Window"]["penumbra"].get<double>(), 1, 1e-9);
     EXPECT_NEAR(lights["PointLight"]["intensity"].get<double>(), 120, 1e-9);
     EXPECT_NEAR(lights["PointLight"]["distance"].get<double>(), 7.5, 1e-9);
     ExpectNear(lights["PointLight"]["color"], {1, 0.9, 0.8}, 1e-6, "point colour");

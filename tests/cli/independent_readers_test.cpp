@@ -22,6 +22,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <numbers>
 #include <numeric>
 #include <optional>
 #include <regex>
@@ -32,7 +33,10 @@
 #include <nlohmann/json.hpp>
 
 #include "files_support.h"
+#include "host/formats/catalogue.h"
 #include "host/images.h"
+#include "host/port_bundles.h"
+#include "host/staged_output.h"
 #include "run_tool.h"
 
 namespace fs = std::filesystem;
@@ -756,6 +760,287 @@ TEST_F(IndependentReaders, UsdTextCarriesTheValuesAndNoDisplacementUnlessAsked) 
   EXPECT_NE(conversions.at("usd").output.find("corvane_plain"), std::string::npos) << conversions.at("usd").output;
   EXPECT_TRUE(std::regex_search(conversions.at("usd").output, std::regex("warning.*corvane_plain.*diffuse")))
       << conversions.at("usd").output;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Lights and cameras: a scene with a point, a spot, a directional and a rectangle light (the last
+// with a colour temperature) and a perspective camera, written to glTF, FBX and OBJ and opened by
+// Blender and three.js. What each shows is worked out by hand from the conversions of
+// docs/lights.md ("Lights in files").
+
+class IndependentLights : public ::testing::Test {
+ public:
+  static constexpr double kPi = std::numbers::pi;
+  static constexpr double kYfov = 0.6911112070083618;
+
+  static host::formats::Matrix4 At(double x, double y, double z, double degreesAboutX = 0, double degreesAboutY = 0) {
+    // R = Ry * Rx, then the translation.
+    const double a = degreesAboutX * kPi / 180, b = degreesAboutY * kPi / 180;
+    host::formats::Matrix4 m;
+    m.m = {std::cos(b), 0, -std::sin(b), 0,
+           std::sin(a) * std::sin(b), std::cos(a), std::sin(a) * std::cos(b), 0,
+           std::cos(a) * std::sin(b), -std::sin(a), std::cos(a) * std::cos(b), 0,
+           x, y, z, 1};
+    return m;
+  }
+
+  static void SetUpTestSuite() {
+    dir = fs::temp_directory_path() / ("vexinterop_independent_lights_" + std::to_string(getpid()));
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    // The temperature's RGB as the module computes it.
+    const auto rgb = Shell(std::string(INTEROP_VEXINTEROP_PATH) + " light colortemp 3200 --white 6500 --normalize");
+    std::istringstream in(rgb.output);
+    in >> temperature[0] >> temperature[1] >> temperature[2];
+    using Type = host::formats::LightData::Type;
+    using host::formats::LightData;
+    scene.name = "lights";
+    scene.lights = {
+        LightData{.name = "Key", .type = Type::Point, .color = {1, 0.9, 0.8}, .intensity = 100, .range = 12},
+        LightData{.name = "Spot", .type = Type::Spot, .color = {0.8, 0.9, 1}, .intensity = 250, .innerConeAngle = 0.3,
+                  .outerConeAngle = 0.5},
+        LightData{.name = "Sun", .type = Type::Directional, .color = {1, 1, 0.9}, .intensity = 5000},
+        LightData{.name = "Window", .type = Type::Rect,
+                  .color = {0.9 * temperature[0], temperature[1], temperature[2]}, .temperature = 3200,
+                  .temperatureRgb = {temperature[0], temperature[1], temperature[2]}, .intensity = 800, .width = 2,
+                  .height = 1.5},
+    };
+    scene.cameras = {host::formats::CameraData{.name = "Lens", .yfov = kYfov, .aspectRatio = 1.5, .znear = 0.1, .zfar = 500}};
+    scene.nodes = {
+        {.name = "KeyNode", .local = At(1, 2, 3), .light = 0},
+        {.name = "SpotNode", .local = At(0, 3, 1, -60, 30), .light = 1},
+        {.name = "SunNode", .local = At(0, 10, 0, -90), .light = 2},
+        {.name = "WindowNode", .local = At(0, 2, -4, 0, 90), .light = 3},
+        {.name = "CamNode", .local = At(0, 1.5, 8, -10, 20), .camera = 0},
+    };
+    auto bundles = host::PortBundles::Builtin();
+    if (!bundles) return;
+    host::StagedOutput staged;
+    for (const char* format : {"gltf", "fbx", "obj"}) {
+      auto result = host::formats::WriteFormatFile(*host::formats::FindFormat(format), scene, (dir / format).string(),
+                                                   "lights", *bundles, {}, staged);
+      if (result) written[format] = *result;
+    }
+  }
+  static void TearDownTestSuite() {
+    if (std::getenv("INTEROP_KEEP_INDEPENDENT") == nullptr) fs::remove_all(dir);
+  }
+
+ protected:
+  static fs::path File(const std::string& format) { return dir / format / ("lights." + format); }
+  static bool BlenderMissing() { return !OnPath("blender"); }
+  static bool ThreeMissing() {
+    return !OnPath("node") || !fs::exists(kSource / "tools" / "node_modules" / "three" / "package.json");
+  }
+
+  static const std::map<std::string, Json>& Blender() {
+    static const auto reports = [] {
+      std::map<std::string, Json> out;
+      std::string pairs;
+      for (const char* format : {"gltf", "fbx", "obj"})
+        if (fs::exists(File(format))) pairs += " " + Quote(File(format)) + " " + Quote(dir / (std::string(format) + ".json"));
+      if (pairs.empty()) return out;
+      blenderRun = Shell("PATH=/usr/bin:$PATH blender -b --factory-startup --python " +
+                         Quote(kSource / "tests" / "tools" / "blender_read.py") + " --" + pairs);
+      for (const char* format : {"gltf", "fbx", "obj"})
+        if (fs::exists(dir / (std::string(format) + ".json"))) out[format] = ReadJson(dir / (std::string(format) + ".json"));
+      return out;
+    }();
+    return reports;
+  }
+
+  static const std::map<std::string, Json>& Three() {
+    static const auto reports = [] {
+      std::map<std::string, Json> out;
+      threeRun = Shell("node " + Quote(kSource / "tests" / "tools" / "three_read.mjs") + " " + Quote(File("gltf")) + " " +
+                       Quote(File("fbx")));
+      std::istringstream lines(threeRun.output);
+      for (std::string line; std::getline(lines, line);) {
+        const auto report = Json::parse(line, nullptr, false);
+        if (report.is_discarded() || !report.contains("file")) continue;
+        out[fs::path(report["file"].get<std::string>()).extension().string().substr(1)] = report;
+      }
+      return out;
+    }();
+    return reports;
+  }
+
+  /// The direction a node's -Z points to in the world, in Blender's axes (+Z up: y becomes z,
+  /// z becomes -y), as Blender's importers convert a +Y-up file.
+  static Rgb BlenderDirection(std::size_t node) {
+    const auto& m = scene.nodes[node].local.m;
+    const Rgb d{-m[8], -m[9], -m[10]};
+    return {d[0], -d[2], d[1]};
+  }
+
+  static inline fs::path dir;
+  static inline host::formats::SceneData scene;
+  static inline std::array<double, 3> temperature{1, 1, 1};
+  static inline std::map<std::string, host::formats::WrittenFiles> written;
+  static inline Outcome blenderRun, threeRun;
+};
+
+/// What Blender should show for one light: type, colour, watts, spot size and blend.
+struct BlenderLight {
+  std::string object, type;
+  Rgb color;
+  double energy;
+  double spotSize = 0, spotBlend = 0;
+  std::size_t node;
+};
+
+TEST_F(IndependentLights, BlenderShowsTheDocumentedWattsConesAndCameraFromGltfFbxAndObj) {
+  if (BlenderMissing()) GTEST_SKIP() << "blender is not installed (scripts/setup.sh installs it)";
+  ASSERT_EQ(written.size(), 3u) << "a format was not written";
+  // OBJ leaves both out in one warning line.
+  EXPECT_EQ(written.at("obj").warnings,
+            std::vector<std::string>{"OBJ has no lights or cameras: 4 light(s) and 1 camera(s) left out"});
+  const auto& reports = Blender();
+  const auto& l = scene.lights;
+  const Rgb window{l[3].color.r, l[3].color.g, l[3].color.b};
+  // Blender's glTF importer: W = cd 4 pi / 683 for point and spot lights, lux / 683 for a sun, spot
+  // size twice the outer cone angle, blend 1 - inner / outer. The rectangle is a spot opened to
+  // the half space (size pi, blend 1) of its on-axis intensity L A = 800 x 3 cd.
+  const double pointW = 100 * 4 * kPi / 683, spotW = 250 * 4 * kPi / 683, sunW = 5000 / 683.0;
+  const std::vector<BlenderLight> gltf = {
+      {"KeyNode", "POINT", {1, 0.9, 0.8}, pointW, 0, 0, 0},
+      {"SpotNode", "SPOT", {0.8, 0.9, 1}, spotW, 1.0, 0.4, 1},
+      {"SunNode", "SUN", {1, 1, 0.9}, sunW, 0, 0, 2},
+      {"WindowNode", "SPOT", window, 2400 * 4 * kPi / 683, kPi, 1.0, 3},
+  };
+  // Blender's FBX importer: W = Intensity / 100, and we write 100 x the glTF importer's watts; the
+  // cone angles are FBX's full angles. An area light is a point light to Blender 3.4, with the
+  // power of the rectangle: pi A L / 683 = pi 3 800 / 683 W.
+  std::vector<BlenderLight> fbx = gltf;
+  fbx[3] = {"WindowNode", "POINT", window, kPi * 3 * 800 / 683, 0, 0, 3};
+  for (const auto& [format, expected] : {std::pair{std::string("gltf"), gltf}, std::pair{std::string("fbx"), fbx}}) {
+    SCOPED_TRACE(format);
+    ASSERT_TRUE(reports.contains(format)) << blenderRun.output.substr(0, 2000);
+    const Json& report = reports.at(format);
+    ASSERT_FALSE(report.contains("error")) << report.value("error", "");
+    ASSERT_EQ(report["lights"].size(), 4u) << report["lights"].dump();
+    for (const auto& e : expected) {
+      SCOPED_TRACE(e.object);
+      ASSERT_TRUE(report["lights"].contains(e.object)) << report["lights"].dump();
+      const Json& light = report["lights"][e.object];
+      EXPECT_EQ(light["data"], scene.lights[e.node].name);
+      EXPECT_EQ(light["type"], e.type);
+      EXPECT_TRUE(Near(light["color"], e.color, "colour"));
+      EXPECT_TRUE(Near(light["energy"], e.energy, "energy"));
+      if (e.type == "SPOT") {
+        EXPECT_TRUE(Near(light["spot_size"], e.spotSize, "spot size"));
+        EXPECT_TRUE(Near(light["spot_blend"], e.spotBlend, "spot blend"));
+      }
+      // It shines where its node's -Z points.
+      const Json& m = light["matrix_world"];
+      const Json shines = Json::array({-Num(m[0][2]), -Num(m[1][2]), -Num(m[2][2])});
+      EXPECT_TRUE(Near(shines, BlenderDirection(e.node), "direction"));
+    }
+    // The camera: the vertical angle, its clip range, looking where its node looks.
+    ASSERT_EQ(report["cameras"].size(), 1u) << report["cameras"].dump();
+    ASSERT_TRUE(report["cameras"].contains("CamNode")) << report["cameras"].dump();
+    const Json& camera = report["cameras"]["CamNode"];
+    EXPECT_EQ(camera["type"], "PERSP");
+    EXPECT_TRUE(Near(camera["angle_y"], kYfov, "vertical angle"));
+    EXPECT_TRUE(Near(camera["clip_start"], 0.1, "clip start"));
+    EXPECT_TRUE(Near(camera["clip_end"], 500.0, "clip end"));
+    const Json& m = camera["matrix_world"];
+    EXPECT_TRUE(Near(Json::array({-Num(m[0][2]), -Num(m[1][2]), -Num(m[2][2])}), BlenderDirection(4), "camera direction"));
+    EXPECT_TRUE(Near(Json::array({Num(m[0][1]), Num(m[1][1]), Num(m[2][1])}),
+                     Rgb{scene.nodes[4].local.m[4], -scene.nodes[4].local.m[6], scene.nodes[4].local.m[5]}, "camera up"));
+    if (format == "fbx") {
+      // A 35 mm film on the longer side: 23.333 mm high for 3:2.
+      EXPECT_TRUE(Near(camera["sensor_height"], 35 / 1.5, "sensor height"));
+      EXPECT_TRUE(Near(camera["lens"], 35 / 1.5 / 2 / std::tan(kYfov / 2), "lens"));
+    }
+  }
+  ASSERT_TRUE(reports.contains("obj"));
+  EXPECT_TRUE(reports.at("obj")["lights"].empty()) << reports.at("obj").dump().substr(0, 500);
+  EXPECT_TRUE(reports.at("obj")["cameras"].empty());
+}
+
+TEST_F(IndependentLights, ThreeJsShowsTheDocumentedIntensitiesAndConesFromGltfAndFbx) {
+  if (ThreeMissing()) GTEST_SKIP() << "three.js is not installed (scripts/setup.sh installs it)";
+  ASSERT_EQ(written.size(), 3u) << "a format was not written";
+  const auto& reports = Three();
+  auto find = [](const Json& list, const std::string& name) {
+    for (const auto& entry : list)
+      if (entry["name"] == name || entry["parent"] == name) return entry;
+    return Json();
+  };
+  const auto& l = scene.lights;
+  const Rgb window{l[3].color.r, l[3].color.g, l[3].color.b};
+  // glTF: three.js takes candela and lux as they are; the cone's half angle and penumbra
+  // 1 - inner / outer; the range as the distance. The rectangle is a spot of 2400 cd opened to pi/2.
+  {
+    SCOPED_TRACE("gltf");
+    ASSERT_TRUE(reports.contains("gltf")) << threeRun.output.substr(0, 2000);
+    const Json& lights = reports.at("gltf")["lights"];
+    ASSERT_EQ(lights.size(), 4u) << lights.dump();
+    const Json key = find(lights, "KeyNode"), spot = find(lights, "SpotNode"), sun = find(lights, "SunNode"),
+               area = find(lights, "WindowNode");
+    EXPECT_EQ(key["type"], "PointLight");
+    EXPECT_TRUE(Near(key["intensity"], 100.0, "key intensity"));
+    EXPECT_TRUE(Near(key["color"], Rgb{1, 0.9, 0.8}, "key colour"));
+    EXPECT_TRUE(Near(key["distance"], 12.0, "key distance"));
+    EXPECT_EQ(spot["type"], "SpotLight");
+    EXPECT_TRUE(Near(spot["intensity"], 250.0, "spot intensity"));
+    EXPECT_TRUE(Near(spot["angle"], 0.5, "spot angle"));
+    EXPECT_TRUE(Near(spot["penumbra"], 0.4, "spot penumbra"));
+    EXPECT_EQ(sun["type"], "DirectionalLight");
+    EXPECT_TRUE(Near(sun["intensity"], 5000.0, "sun intensity"));
+    EXPECT_EQ(area["type"], "SpotLight");
+    EXPECT_TRUE(Near(area["intensity"], 2400.0, "window intensity"));
+    EXPECT_TRUE(Near(area["angle"], kPi / 2, "window angle"));
+    EXPECT_TRUE(Near(area["penumbra"], 1.0, "window penumbra"));
+    EXPECT_TRUE(Near(area["color"], window, "window colour"));
+    const Json cameras = reports.at("gltf")["cameras"];
+    ASSERT_EQ(cameras.size(), 1u) << cameras.dump();
+    EXPECT_TRUE(Near(cameras[0]["fov"], kYfov * 180 / kPi, "fov"));
+    EXPECT_TRUE(Near(cameras[0]["aspect"], 1.5, "aspect"));
+    EXPECT_TRUE(Near(cameras[0]["near"], 0.1, "near"));
+    EXPECT_TRUE(Near(cameras[0]["far"], 500.0, "far"));
+  }
+  // FBX: three.js divides Intensity by 100 (Blender's watts, as written); it reads OuterAngle as
+  // the half angle, so its spot angle is the full cone, 1.0 rad; the area light is a point light
+  // to it; NearPlane and FarPlane are divided by 1000; the field of view comes from the focal
+  // length on its own 35 mm gauge, the vertical angle again.
+  {
+    SCOPED_TRACE("fbx");
+    ASSERT_TRUE(reports.contains("fbx")) << threeRun.output.substr(0, 2000);
+    const Json& lights = reports.at("fbx")["lights"];
+    ASSERT_EQ(lights.size(), 4u) << lights.dump();
+    const Json key = find(lights, "KeyNode"), spot = find(lights, "SpotNode"), sun = find(lights, "SunNode"),
+               area = find(lights, "WindowNode");
+    EXPECT_EQ(key["type"], "PointLight");
+    EXPECT_TRUE(Near(key["intensity"], 100 * 4 * kPi / 683, "key intensity"));
+    EXPECT_TRUE(Near(key["color"], Rgb{1, 0.9, 0.8}, "key colour"));
+    EXPECT_TRUE(Near(key["distance"], 12.0, "key distance"));
+    EXPECT_EQ(spot["type"], "SpotLight");
+    EXPECT_TRUE(Near(spot["intensity"], 250 * 4 * kPi / 683, "spot intensity"));
+    EXPECT_TRUE(Near(spot["angle"], 1.0, "spot angle"));
+    EXPECT_TRUE(Near(spot["penumbra"], 0.4, "spot penumbra"));
+    EXPECT_EQ(sun["type"], "DirectionalLight");
+    EXPECT_TRUE(Near(sun["intensity"], 5000 / 683.0, "sun intensity"));
+    EXPECT_EQ(area["type"], "PointLight");
+    EXPECT_TRUE(Near(area["intensity"], kPi * 3 * 800 / 683, "window intensity"));
+    EXPECT_TRUE(Near(area["color"], window, "window colour"));
+    const Json cameras = reports.at("fbx")["cameras"];
+    ASSERT_EQ(cameras.size(), 1u) << cameras.dump();
+    EXPECT_TRUE(Near(cameras[0]["fov"], kYfov * 180 / kPi, "fov"));
+    EXPECT_TRUE(Near(cameras[0]["aspect"], 1.5, "aspect"));
+    EXPECT_TRUE(Near(cameras[0]["near"], 0.1 / 1000, "near"));
+    EXPECT_TRUE(Near(cameras[0]["far"], 500.0 / 1000, "far"));
+  }
+}
+
+TEST_F(IndependentLights, TheKhronosValidatorFindsNoErrorInTheGltf) {
+  if (!OnPath("node") || !fs::exists(kSource / "tools" / "node_modules" / "gltf-validator"))
+    GTEST_SKIP() << "the validator is not installed (scripts/setup.sh installs it)";
+  ASSERT_TRUE(fs::exists(File("gltf")));
+  const auto run = Shell("node " + Quote(kSource / "tools" / "checks" / "validate-gltf.mjs") + " " + Quote(File("gltf")));
+  EXPECT_EQ(run.exit, 0) << run.output;
+  EXPECT_NE(run.output.find("\"errors\":0"), std::string::npos) << run.output;
 }
 
 }  // namespace

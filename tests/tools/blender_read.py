@@ -12,6 +12,10 @@
 #              factors of the multiply nodes on the way, and the strength of a Normal Map node;
 #   objects:   name, type, parent, world matrix (rows);
 #   meshes:    per mesh the material of every polygon;
+#   lights:    per light object: its data's name, type, colour, energy (watts; W/m^2 for a sun),
+#              spot size and blend, and the object's world matrix;
+#   cameras:   per camera object: its data's name, type, lens (mm), sensor width and height (mm),
+#              sensor fit, the horizontal and vertical angles, clip start and end, ortho scale;
 #   poles:     per mesh the UV at its highest and its lowest vertex (world Z, after the importer's
 #              axis conversion) and, for every image the material links, which row (counted from
 #              the top of the image, as a fraction of its height) that UV samples and the pixel there.
@@ -220,7 +224,7 @@ def read(path):
     if "FINISHED" not in result:
         raise RuntimeError(path + ": import ended with " + str(result))
     report = {"file": path, "blender": bpy.app.version_string, "materials": {}, "objects": [], "meshes": {},
-              "poles": {}}
+              "poles": {}, "lights": {}, "cameras": {}}
     material_images = {}
     for material in bpy.data.materials:
         report["materials"][material.name], material_images[material.name] = describe_material(material)
@@ -228,6 +232,22 @@ def read(path):
         report["objects"].append({"name": obj.name, "type": obj.type, "data": obj.data.name if obj.data else None,
                                   "parent": obj.parent.name if obj.parent else None,
                                   "matrix_world": matrix_rows(obj.matrix_world)})
+        if obj.type == "LIGHT":
+            light = obj.data
+            entry = {"data": light.name, "type": light.type, "color": plain(light.color),
+                     "energy": float(light.energy), "matrix_world": matrix_rows(obj.matrix_world)}
+            if light.type == "SPOT":
+                entry["spot_size"] = float(light.spot_size)
+                entry["spot_blend"] = float(light.spot_blend)
+            report["lights"][obj.name] = entry
+        if obj.type == "CAMERA":
+            camera = obj.data
+            report["cameras"][obj.name] = {
+                "data": camera.name, "type": camera.type, "lens": float(camera.lens),
+                "sensor_width": float(camera.sensor_width), "sensor_height": float(camera.sensor_height),
+                "sensor_fit": camera.sensor_fit, "angle_x": float(camera.angle_x), "angle_y": float(camera.angle_y),
+                "clip_start": float(camera.clip_start), "clip_end": float(camera.clip_end),
+                "ortho_scale": float(camera.ortho_scale), "matrix_world": matrix_rows(obj.matrix_world)}
         if obj.type != "MESH":
             continue
         mesh = obj.data

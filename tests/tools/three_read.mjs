@@ -9,6 +9,9 @@
 // embedded data URI, "bufferView" for an image inside a GLB). Colour management is off, so colours
 // are the numbers three.js keeps. Images are not decoded (Node has no DOM): a stand-in loader
 // hands the loaders an empty texture that remembers its source.
+// Per light ("lights"): name, the parent's name, type, colour, intensity, distance, decay and, for
+// spot lights, angle and penumbra. Per camera ("cameras"): name, parent, type, fov (degrees,
+// vertical), aspect, near, far, zoom.
 // Per mesh ("poles"): the UV at its highest and lowest vertex (+Y up, in world space) and, for the
 // colour map, the row that UV samples counted from the top of the image as a fraction of its height
 // (a texture with flipY samples v = 1 at the top row, one without flipY at the bottom row).
@@ -18,6 +21,8 @@ import { fileURLToPath, pathToFileURL } from 'node:url';
 
 // The few browser globals the loaders touch.
 globalThis.self ??= globalThis;
+// FBXLoader sizes a camera by the window before it reads the file's aspect.
+globalThis.window ??= { innerWidth: 1920, innerHeight: 1080 };
 globalThis.ProgressEvent ??= class ProgressEvent {
   constructor(type, init = {}) { Object.assign(this, { type }, init); }
 };
@@ -114,11 +119,31 @@ function poles(mesh) {
   return result;
 }
 
+function describeLight(o) {
+  const out = {
+    name: o.name, parent: o.parent ? o.parent.name : null, type: o.type, color: colour(o.color),
+    intensity: number(o.intensity), distance: number(o.distance), decay: number(o.decay),
+  };
+  if (o.isSpotLight) Object.assign(out, { angle: o.angle, penumbra: o.penumbra });
+  return out;
+}
+
+function describeCamera(o) {
+  return {
+    name: o.name, parent: o.parent ? o.parent.name : null, type: o.type, fov: number(o.fov),
+    aspect: number(o.aspect), near: number(o.near), far: number(o.far), zoom: number(o.zoom),
+  };
+}
+
 function collect(root) {
   const materials = [];
   const seen = new Set();
   const ends = [];
+  const lights = [];
+  const cameras = [];
   root.traverse((o) => {
+    if (o.isLight) lights.push(describeLight(o));
+    if (o.isCamera) cameras.push(describeCamera(o));
     if (!o.isMesh) return;
     for (const m of [].concat(o.material)) {
       if (seen.has(m)) continue;
@@ -127,7 +152,7 @@ function collect(root) {
     }
     ends.push(poles(o));
   });
-  return { materials, poles: ends };
+  return { materials, poles: ends, lights, cameras };
 }
 
 // Node's fetch reads no file: URLs, so external buffers are inlined as data URIs before parsing.

@@ -118,9 +118,12 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
       EXPECT_EQ(written.files[1], "scene.bin");
       for (const auto& file : written.files) EXPECT_TRUE(fs::exists(dir / file)) << file;
     }
-    // The area light cannot be said in glTF and is named.
+    // The area light cannot be said in glTF: a 1 x 1 rectangle of 50 nits is a spot of 50 cd on its
+    // axis, opened to the half space, and the warning says so.
     ASSERT_EQ(written.warnings.size(), 1u) << ::testing::PrintToString(written.warnings);
-    EXPECT_EQ(written.warnings[0], "light 'Window': an area or dome light has no glTF type; left out");
+    EXPECT_EQ(written.warnings[0],
+              "light 'Window': a rectangle light has no glTF type; written as a spot light opened to the half "
+              "space with its on-axis intensity (50 cd)");
 
     ASSERT_EQ(back.nodes.size(), scene.nodes.size());
     for (std::size_t i = 0; i < scene.nodes.size(); ++i) {
@@ -130,7 +133,7 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
       EXPECT_EQ(a.parent, b.parent) << a.name;
       EXPECT_EQ(a.mesh, b.mesh) << a.name;
       EXPECT_EQ(a.camera, b.camera) << a.name;
-      EXPECT_EQ(a.light == 3 ? -1 : a.light, b.light) << a.name;
+      EXPECT_EQ(a.light, b.light) << a.name;
       ExpectMatrixNear(a.local, b.local, 1e-6, a.name);
     }
     ASSERT_EQ(back.meshes.size(), 2u);
@@ -161,7 +164,11 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
     EXPECT_EQ(*ConstantOf(*back.materials[1].set, port::alphaMode)->Get<std::string>(), "BLEND");
     ExpectSameSet(*scene.materials[2].set, *back.materials[2].set, 1e-9, "Leaf");
 
-    ASSERT_EQ(back.lights.size(), 3u);
+    ASSERT_EQ(back.lights.size(), 4u);
+    EXPECT_EQ(back.lights[3].type, formats::LightData::Type::Spot);
+    EXPECT_EQ(back.lights[3].intensity, 50);
+    EXPECT_EQ(back.lights[3].innerConeAngle, 0);
+    EXPECT_DOUBLE_EQ(back.lights[3].outerConeAngle, std::numbers::pi / 2);
     EXPECT_EQ(back.lights[0].type, formats::LightData::Type::Point);
     EXPECT_EQ(back.lights[0].intensity, 120);
     EXPECT_EQ(back.lights[0].range, 7.5);
@@ -239,7 +246,7 @@ TEST_F(Gltf, WrittenFileSpeaksTheFormatsConventions) {
   EXPECT_EQ(json["nodes"][5]["matrix"].size(), 16u);
   EXPECT_EQ(json["nodes"][0]["children"], Json::array({1, 2, 4}));
   EXPECT_EQ(json["nodes"][3]["extensions"]["KHR_lights_punctual"]["light"], 0);
-  EXPECT_FALSE(json["nodes"][6].contains("extensions"));  // the area light's node keeps no light
+  EXPECT_EQ(json["nodes"][6]["extensions"]["KHR_lights_punctual"]["light"], 3);  // the area light, approximated
   const auto& base = json["materials"][0]["pbrMetallicRoughness"]["baseColorTexture"];
   const auto& transform = base["extensions"]["KHR_texture_transform"];
   EXPECT_EQ(transform["offset"], Json::array({0.25, 0.5}));
