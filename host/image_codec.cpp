@@ -162,7 +162,8 @@ vex::Result<void> Encode(const std::string& path, const vex::TextureBuffer& buff
     if (!out->write_image(OIIO::TypeDesc::FLOAT, buffer._pixels->Data()))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   } else {
-    std::vector<unsigned char> bytes(count * 4);
+    // Every byte is written below: no zero-filling first (16 MB for a 2048² texture).
+    const auto bytes = std::make_unique_for_overwrite<unsigned char[]>(count * 4);
     const auto& enc = EncodeTable();
     const float* src = buffer._pixels->Data();
     // Converted in blocks, with the branches out of the pixel loop; each block notes whether it
@@ -183,7 +184,7 @@ vex::Result<void> Encode(const std::string& path, const vex::TextureBuffer& buff
                         bool grey = true;
                         for (std::size_t i = r.begin(); i < r.end(); ++i) {
                           const float* p = src + 4 * i;
-                          unsigned char* b = bytes.data() + 4 * i;
+                          unsigned char* b = bytes.get() + 4 * i;
                           if (srgb) {
                             b[0] = encoded(p[0]), b[1] = encoded(p[1]), b[2] = encoded(p[2]);
                           } else {
@@ -206,7 +207,7 @@ vex::Result<void> Encode(const std::string& path, const vex::TextureBuffer& buff
     // The bytes already hold straight alpha: without this the writer would divide colour by alpha.
     header.attribute("oiio:UnassociatedAlpha", 1);
     if (!out->open(path, header)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-    if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.data(), 4))
+    if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.get(), 4))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   }
   if (!out->close()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
