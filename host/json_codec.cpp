@@ -32,24 +32,63 @@ Json Tagged(std::string_view tag, Json value) {
   return out;
 }
 
-std::optional<vex::Result<Json>> EncodeScalar(const vex::Data& data, const std::string& where) {
-  const auto tagged = [](std::string_view tag, vex::Result<Json> value) -> vex::Result<Json> {
-    if (!value) return value;
-    return Tagged(tag, std::move(*value));
-  };
+std::string_view TagOf(const vex::Data& data) {
+  return std::visit(
+      []<class T>(const T&) -> std::string_view {
+        if constexpr (std::is_same_v<T, bool>) return "bool";
+        else if constexpr (std::is_same_v<T, std::string>) return "string";
+        else if constexpr (std::is_same_v<T, std::int32_t>) return "int32";
+        else if constexpr (std::is_same_v<T, std::int64_t>) return "int64";
+        else if constexpr (std::is_same_v<T, double>) return "float64";
+        else if constexpr (std::is_same_v<T, vex::Id>) return "id";
+        else if constexpr (std::is_same_v<T, vex::Vector2d>) return "vector2";
+        else if constexpr (std::is_same_v<T, vex::Vector3d>) return "vector";
+        else if constexpr (std::is_same_v<T, vex::Vector4d>) return "vector4";
+        else if constexpr (std::is_same_v<T, vex::Color>) return "color";
+        else if constexpr (std::is_same_v<T, vex::ColorA>) return "colora";
+        else return {};
+      },
+      data.value);
+}
+
+std::optional<Json> Untagged(const vex::Data& data) {
   const auto& v = data.value;
-  if (const auto* b = std::get_if<bool>(&v)) return vex::Result<Json>(Json(*b));
-  if (const auto* s = std::get_if<std::string>(&v)) return vex::Result<Json>(Json(*s));
-  if (const auto* n = std::get_if<std::int32_t>(&v)) return tagged("int32", Json(*n));
-  if (const auto* n = std::get_if<std::int64_t>(&v)) return tagged("int64", Json(*n));
-  if (const auto* f = std::get_if<double>(&v)) return tagged("float64", Number(*f, where));
-  if (const auto* id = std::get_if<vex::Id>(&v)) return tagged("id", Json(id->Str()));
-  if (const auto* p = std::get_if<vex::Vector2d>(&v)) return tagged("vector2", Numbers({p->x, p->y}, where));
-  if (const auto* p = std::get_if<vex::Vector3d>(&v)) return tagged("vector", Numbers({p->x, p->y, p->z}, where));
-  if (const auto* p = std::get_if<vex::Vector4d>(&v)) return tagged("vector4", Numbers({p->x, p->y, p->z, p->w}, where));
-  if (const auto* c = std::get_if<vex::Color>(&v)) return tagged("color", Numbers({c->r, c->g, c->b}, where));
-  if (const auto* c = std::get_if<vex::ColorA>(&v)) return tagged("colora", Numbers({c->r, c->g, c->b, c->a}, where));
+  if (const auto* b = std::get_if<bool>(&v)) return Json(*b);
+  if (const auto* s = std::get_if<std::string>(&v)) return Json(*s);
+  if (const auto* n = std::get_if<std::int32_t>(&v)) return Json(*n);
+  if (const auto* n = std::get_if<std::int64_t>(&v)) return Json(*n);
+  if (const auto* f = std::get_if<double>(&v)) return Json(*f);
+  if (const auto* id = std::get_if<vex::Id>(&v)) return Json(id->Str());
+  if (const auto* p = std::get_if<vex::Vector2d>(&v)) return Json::array({p->x, p->y});
+  if (const auto* p = std::get_if<vex::Vector3d>(&v)) return Json::array({p->x, p->y, p->z});
+  if (const auto* p = std::get_if<vex::Vector4d>(&v)) return Json::array({p->x, p->y, p->z, p->w});
+  if (const auto* c = std::get_if<vex::Color>(&v)) return Json::array({c->r, c->g, c->b});
+  if (const auto* c = std::get_if<vex::ColorA>(&v)) return Json::array({c->r, c->g, c->b, c->a});
   return std::nullopt;
+}
+
+std::optional<vex::Result<Json>> EncodeScalar(const vex::Data& data, const std::string& where) {
+  const std::string_view tag = TagOf(data);
+  auto value = Untagged(data);
+  if (tag.empty() || !value) return std::nullopt;
+  const auto finite = [](const Json& n) { return !n.is_number_float() || std::isfinite(n.get<double>()); };
+  bool allFinite = finite(*value);
+  if (value->is_array())
+    for (const auto& n : *value) allFinite = allFinite && finite(n);
+  if (!allFinite) return vex::Result<Json>(std::unexpected(WriteError(where, "a number that is not finite cannot be saved")));
+  if (tag == "bool" || tag == "string") return vex::Result<Json>(std::move(*value));
+  return vex::Result<Json>(Tagged(tag, std::move(*value)));
+}
+
+Json EncodeConstant(const vex::PackedConstantParameter& constant) {
+  return std::visit(
+      []<class T>(const T& v) -> Json {
+        if constexpr (std::is_same_v<T, std::uint32_t>) return Json(v);
+        else if constexpr (std::is_same_v<T, vex::Url> || std::is_same_v<T, vex::CString>) return Json(v.text);
+        else if constexpr (std::is_same_v<T, vex::InternedId>) return Json(v.Str());
+        else return *Untagged(vex::Data(v));
+      },
+      constant.Value());
 }
 
 vex::Result<Json> Parse(std::string_view text, const std::string& source) {
@@ -148,6 +187,66 @@ std::optional<vex::Result<vex::Data>> Decoder::Scalar(std::string_view tag, cons
     return R(vex::Data(vex::ColorA{x[0], x[1], x[2], x[3]}));
   }
   return std::nullopt;
+}
+
+vex::Result<vex::PackedConstantParameter> Decoder::Constant(vex::ConstantType type, const Json& v,
+                                                            const std::string& where, vex::IIdTable* ids) const {
+  using T = vex::ConstantType;
+  const auto scalar = [&](std::string_view tag) -> vex::Result<vex::Data> { return *Scalar(tag, v, where); };
+  switch (type) {
+    case T::Bool: {
+      VEX_ASSIGN(vex::Data d, scalar("bool"));
+      return vex::PackedConstantParameter(*d.Get<bool>());
+    }
+    case T::Int: {
+      VEX_ASSIGN(vex::Data d, scalar("int32"));
+      return vex::PackedConstantParameter(*d.Get<std::int32_t>());
+    }
+    case T::UInt: {
+      VEX_ASSIGN(const std::int64_t n, Integer(v, 0, std::numeric_limits<std::uint32_t>::max(), where));
+      return vex::PackedConstantParameter(static_cast<std::uint32_t>(n));
+    }
+    case T::Float: {
+      VEX_ASSIGN(vex::Data d, scalar("float64"));
+      return vex::PackedConstantParameter(*d.Get<double>());
+    }
+    case T::Vector2d: {
+      VEX_ASSIGN(vex::Data d, scalar("vector2"));
+      return vex::PackedConstantParameter(*d.Get<vex::Vector2d>());
+    }
+    case T::Vector: {
+      VEX_ASSIGN(vex::Data d, scalar("vector"));
+      return vex::PackedConstantParameter(*d.Get<vex::Vector3d>());
+    }
+    case T::Vector4d: {
+      VEX_ASSIGN(vex::Data d, scalar("vector4"));
+      return vex::PackedConstantParameter(*d.Get<vex::Vector4d>());
+    }
+    case T::Color: {
+      VEX_ASSIGN(vex::Data d, scalar("color"));
+      return vex::PackedConstantParameter(*d.Get<vex::Color>());
+    }
+    case T::ColorA: {
+      VEX_ASSIGN(vex::Data d, scalar("colora"));
+      return vex::PackedConstantParameter(*d.Get<vex::ColorA>());
+    }
+    case T::Url:
+    case T::String:
+    case T::Id:
+    case T::InternedId:
+    case T::CString:
+      break;
+  }
+  VEX_ASSIGN(std::string s, String(v, where));
+  switch (type) {
+    case T::Url: return vex::PackedConstantParameter(vex::Url{std::move(s)});
+    case T::Id: return vex::PackedConstantParameter(vex::Id(std::move(s)));
+    case T::CString: return vex::PackedConstantParameter(vex::CString{std::move(s)});
+    case T::InternedId:
+      if (ids == nullptr) return std::unexpected(Fail(where, "interned ids need the host's id table"));
+      return vex::PackedConstantParameter(ids->Intern(s));
+    default: return vex::PackedConstantParameter(std::move(s));
+  }
 }
 
 }  // namespace host::json_codec

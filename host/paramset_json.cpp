@@ -29,31 +29,14 @@ struct Overloaded : Ts... {
 template <class... Ts>
 Overloaded(Ts...) -> Overloaded<Ts...>;
 
-Json ConstantToJson(const vex::PackedConstantParameter& c) {
-  return std::visit(
-      Overloaded{[](bool v) { return Json(v); }, [](std::int32_t v) { return Json(v); },
-                 [](std::uint32_t v) { return Json(v); }, [](double v) { return Json(v); },
-                 [](const vex::Vector2d& v) { return Json::array({v.x, v.y}); },
-                 [](const vex::Vector3d& v) { return Json::array({v.x, v.y, v.z}); },
-                 [](const vex::Vector4d& v) { return Json::array({v.x, v.y, v.z, v.w}); },
-                 [](const vex::Color& v) { return Json::array({v.r, v.g, v.b}); },
-                 [](const vex::ColorA& v) { return Json::array({v.r, v.g, v.b, v.a}); },
-                 [](const vex::Url& v) { return Json(v.text); }, [](const std::string& v) { return Json(v); },
-                 [](const vex::Id& v) { return Json(v.Str()); }, [](const vex::InternedId& v) { return Json(v.Str()); },
-                 [](const vex::CString& v) { return Json(v.text); }},
-      c.Value());
-}
-
 Json PropertiesToJson(const vex::DataDictionary& props) {
   Json out = Json::object();
   for (std::size_t i = 0; i < props.Size(); ++i) {
     const vex::Data& d = props.ValueAt(i);
-    if (const auto* b = d.Get<bool>()) out[props.KeyAt(i)] = *b;
-    else if (const auto* n = d.Get<std::int32_t>()) out[props.KeyAt(i)] = *n;
-    else if (const auto* n64 = d.Get<std::int64_t>()) out[props.KeyAt(i)] = *n64;
-    else if (const auto* f = d.Get<double>()) out[props.KeyAt(i)] = *f;
-    else if (const auto* s = d.Get<std::string>()) out[props.KeyAt(i)] = *s;
-    else if (const auto* id = d.Get<vex::Id>()) out[props.KeyAt(i)] = id->Str();
+    // Properties hold plain values; others (vectors, colours, containers) are not written.
+    const std::string_view tag = json_codec::TagOf(d);
+    if (tag == "bool" || tag == "int32" || tag == "int64" || tag == "float64" || tag == "string" || tag == "id")
+      out[props.KeyAt(i)] = *json_codec::Untagged(d);
   }
   return out;
 }
@@ -130,91 +113,10 @@ struct PendingTexture {
   bool color = false;
 };
 
-struct Reader {
-  const std::string& source;
+struct Reader : json_codec::Decoder {
   const std::string& baseDir;
   const ReadOptions& options;
   std::vector<PendingTexture>* pending = nullptr;
-
-  vex::Error Fail(const std::string& key, const std::string& problem) const {
-    return vex::MakeError(vex::ErrorKind::IllegalArgument, source + ": " + Shortened(key) + ": " + problem, VEX_UNIT, __LINE__);
-  }
-
-  vex::Result<std::vector<double>> Numbers(const std::string& key, const Json& v, std::size_t n) const {
-    if (!v.is_array() || v.size() != n)
-      return std::unexpected(Fail(key, "expected an array of " + std::to_string(n) + " numbers"));
-    std::vector<double> out;
-    for (const auto& e : v) {
-      if (!e.is_number()) return std::unexpected(Fail(key, "expected an array of " + std::to_string(n) + " numbers"));
-      out.push_back(e.get<double>());
-    }
-    return out;
-  }
-
-  vex::Result<vex::PackedConstantParameter> Constant(const std::string& key, vex::ConstantType type,
-                                                     const Json& v) const {
-    using T = vex::ConstantType;
-    auto needString = [&]() -> vex::Result<std::string> {
-      if (!v.is_string()) return std::unexpected(Fail(key, "expected a string value"));
-      return v.get<std::string>();
-    };
-    switch (type) {
-      case T::Bool:
-        if (!v.is_boolean()) return std::unexpected(Fail(key, "expected true or false"));
-        return vex::PackedConstantParameter(v.get<bool>());
-      case T::Int:
-        if (!v.is_number_integer()) return std::unexpected(Fail(key, "expected an integer"));
-        return vex::PackedConstantParameter(v.get<std::int32_t>());
-      case T::UInt:
-        if (!v.is_number_unsigned()) return std::unexpected(Fail(key, "expected a non-negative integer"));
-        return vex::PackedConstantParameter(v.get<std::uint32_t>());
-      case T::Float:
-        if (!v.is_number()) return std::unexpected(Fail(key, "expected a number"));
-        return vex::PackedConstantParameter(v.get<double>());
-      case T::Vector2d: {
-        VEX_ASSIGN(auto n, Numbers(key, v, 2));
-        return vex::PackedConstantParameter(vex::Vector2d{n[0], n[1]});
-      }
-      case T::Vector: {
-        VEX_ASSIGN(auto n, Numbers(key, v, 3));
-        return vex::PackedConstantParameter(vex::Vector3d{n[0], n[1], n[2]});
-      }
-      case T::Vector4d: {
-        VEX_ASSIGN(auto n, Numbers(key, v, 4));
-        return vex::PackedConstantParameter(vex::Vector4d{n[0], n[1], n[2], n[3]});
-      }
-      case T::Color: {
-        VEX_ASSIGN(auto n, Numbers(key, v, 3));
-        return vex::PackedConstantParameter(vex::Color{n[0], n[1], n[2]});
-      }
-      case T::ColorA: {
-        VEX_ASSIGN(auto n, Numbers(key, v, 4));
-        return vex::PackedConstantParameter(vex::ColorA{n[0], n[1], n[2], n[3]});
-      }
-      case T::Url: {
-        VEX_ASSIGN(auto s, needString());
-        return vex::PackedConstantParameter(vex::Url{s});
-      }
-      case T::String: {
-        VEX_ASSIGN(auto s, needString());
-        return vex::PackedConstantParameter(s);
-      }
-      case T::Id: {
-        VEX_ASSIGN(auto s, needString());
-        return vex::PackedConstantParameter(vex::Id(s));
-      }
-      case T::InternedId: {
-        VEX_ASSIGN(auto s, needString());
-        if (!options.ids) return std::unexpected(Fail(key, "interned ids need the host's id table"));
-        return vex::PackedConstantParameter(options.ids->Intern(s));
-      }
-      case T::CString: {
-        VEX_ASSIGN(auto s, needString());
-        return vex::PackedConstantParameter(vex::CString{s});
-      }
-    }
-    return std::unexpected(Fail(key, "unknown type"));
-  }
 
   vex::Result<vex::DataDictionary> Properties(const std::string& key, const Json& v) const {
     if (!v.is_object()) return std::unexpected(Fail(key, "\"properties\" must be an object"));
@@ -327,7 +229,7 @@ struct Reader {
                                              std::string(vex::ConstantTypeName(declared->type)) + "\")"));
       const auto value = entry.find("value");
       if (value == entry.end()) return std::unexpected(Fail(key, "missing \"value\""));
-      VEX_ASSIGN(p.value, Constant(key, *type, *value));
+      VEX_ASSIGN(p.value, Constant(*type, *value, key, options.ids));
     }
     if (auto props = entry.find("properties"); props != entry.end()) {
       VEX_ASSIGN(p.properties, Properties(key, *props));
@@ -364,7 +266,7 @@ std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
     Json e = Json::object();
     if (const auto* c = p.Constant()) {
       e["type"] = std::string(vex::ConstantTypeName(c->Type()));
-      e["value"] = ConstantToJson(*c);
+      e["value"] = json_codec::EncodeConstant(*c);
     } else if (const auto* img = std::get_if<vex::ImageReference>(&p.value)) {
       e["type"] = "ImageReference";
       e["url"] = img->url.text;
@@ -389,7 +291,7 @@ std::string DumpParameterSet(const vex::ParameterSet& set, TextureMode mode,
 vex::Result<vex::ParameterSet> ParseParameterSet(std::string_view text, const std::string& source,
                                                  const std::string& baseDir, const ReadOptions& options) {
   std::vector<PendingTexture> pending;
-  Reader reader{source, baseDir, options, &pending};
+  Reader reader{{source}, baseDir, options, &pending};
   VEX_ASSIGN(Json root, json_codec::Parse(text, source));
   if (!root.is_object()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, source + ": expected a JSON object");
   for (const auto& [key, unused] : root.items()) {

@@ -28,21 +28,26 @@ constexpr std::array<std::string_view, 6> kImporterReads = {
 /// importer leads there directly.
 constexpr std::array<std::string_view, 1> kHubs = {ports::gltf::kId};
 
-/// A constant of the source set that a mapping leaves out but the target's file can carry:
-/// copied onto the target set after the mapping (onto the port's constant, or as a property of
-/// the port's entry), when it exceeds `above`.
+/// A number of the source set that a conversion leaves out but the target's file can carry: the
+/// port's constant (or, with `sourceProperty`, a property of the port's entry), copied onto the
+/// target set after the conversion (onto the port's constant, or as a property of the port's
+/// entry), when it exceeds `above`.
 struct CarriedConstant {
-  std::string_view sourceBundle, sourcePort, targetBundle, targetPort, property;
+  std::string_view sourceBundle, sourcePort, sourceProperty, targetBundle, targetPort, property;
   double above;
 };
 constexpr double kAny = -std::numeric_limits<double>::infinity();
 constexpr CarriedConstant kCarried[] = {
     // The glTF mapping clamps the emission weight into the factor; the writer puts what lies
     // above 1 into the emissive strength extension (or says that it clamped it).
-    {ports::corvane::kId, ports::corvane::emission_weight, ports::gltf::kId, ports::gltf::emissiveStrength, "", 1.0},
+    {ports::corvane::kId, ports::corvane::emission_weight, "", ports::gltf::kId, ports::gltf::emissiveStrength, "",
+     1.0},
     // The OBJ mapping copies the normal map; its strength is MTL's bump multiplier.
-    {ports::corvane::kId, ports::corvane::overall_normal_weight, ports::obj::kId, ports::obj::normal_map, "strength",
-     kAny},
+    {ports::corvane::kId, ports::corvane::overall_normal_weight, "", ports::obj::kId, ports::obj::normal_map,
+     "strength", kAny},
+    // And back: the importer reads the OBJ normal map without its strength.
+    {ports::obj::kId, ports::obj::normal_map, "strength", ports::corvane::kId, ports::corvane::overall_normal_weight,
+     "", kAny},
 };
 
 /// A weight of the source set that a mapping leaves out of the target port: when it is not 1,
@@ -93,7 +98,14 @@ bool IsBlack(const vex::Parameter* entry) {
 void AfterMapping(const vex::ParameterSet& source, vex::ParameterSet& target, std::vector<std::string>& warnings) {
   for (const auto& c : kCarried) {
     if (source.GetBundle() != c.sourceBundle || target.GetBundle() != c.targetBundle) continue;
-    const double* value = ConstantNumber(source.Find(c.sourcePort));
+    const vex::Parameter* sourceEntry = source.Find(c.sourcePort);
+    const double* value = nullptr;
+    if (c.sourceProperty.empty()) {
+      value = ConstantNumber(sourceEntry);
+    } else if (sourceEntry != nullptr && sourceEntry->texture) {
+      const vex::Data* property = sourceEntry->properties.Find(c.sourceProperty);
+      value = property != nullptr ? property->Get<double>() : nullptr;
+    }
     if (value == nullptr || !(*value > c.above)) continue;
     if (c.property.empty()) {
       target.SetConstant(c.targetPort, *value);
@@ -178,6 +190,16 @@ vex::Result<vex::ParameterSetRef> ThroughImporter(Documents& documents, const ve
   if (!shared) return VEX_FAIL(vex::ErrorKind::IllegalState, "the imported material is not in its document");
   MaterialExportRequest request;
   request.accepted.Insert(vex::Id(ports::corvane::kId), 0);
+  // The exporter bakes the importer's textures again: at the size the set's textures have (the
+  // largest, aspect kept), so that a texture comes back texel for texel.
+  std::int64_t largest = 0;
+  for (const auto& [port, entry] : set->Entries())
+    if (entry.texture && !entry.texture->IsEmpty())
+      largest = std::max({largest, entry.texture->_dimensions.width, entry.texture->_dimensions.height});
+  if (largest > 0) {
+    request.textureSize = largest;
+    request.resize = vex::TextureResize::Fit;
+  }
   request.spaceId = std::string(vex::nodespace::kCorvane);
   VEX_ASSIGN(auto exported, ExportMaterial(shared, request));
   return std::make_shared<const vex::ParameterSet>(std::move(exported));
@@ -190,8 +212,10 @@ vex::Result<Converted> ToCorvane(const vex::ParameterSetRef& set, const Conversi
   if (mapped || mapped.error().kind != vex::ErrorKind::NotFound) return mapped;
   if (importerReads && context.documents != nullptr) {
     VEX_ASSIGN(auto corvane, ThroughImporter(*context.documents, set));
+    auto carried = std::make_shared<vex::ParameterSet>(*corvane);
     Converted out;
-    out.set = std::move(corvane);
+    AfterMapping(*set, *carried, out.warnings);
+    out.set = std::move(carried);
     out.mapped = true;
     return out;
   }
@@ -254,39 +278,78 @@ vex::Result<Converted> ToWriterBundle(const vex::ParameterSetRef& set, const For
   return std::unexpected(std::move(*first));
 }
 
+namespace {
+
+/// The channel a "channelSelect" property names, -1 for none (or one this host does not know).
+int SelectedChannel(const vex::Parameter& entry) {
+  const auto* data = entry.properties.Find("channelSelect");
+  const auto* name = data != nullptr ? data->Get<std::string>() : nullptr;
+  if (name == nullptr) return -1;
+  static constexpr std::pair<std::string_view, int> kChannels[] = {
+      {"r", 0}, {"R", 0}, {"red", 0},   {"g", 1}, {"G", 1}, {"green", 1},
+      {"b", 2}, {"B", 2}, {"blue", 2}, {"a", 3}, {"A", 3}, {"alpha", 3}};
+  for (const auto& [spelling, index] : kChannels)
+    if (*name == spelling) return index;
+  return -1;
+}
+
+/// True when the channel holds 1 in every pixel: a packed texture fills a channel that the
+/// material leaves constant that way (glTF's metal in blue beside a textured roughness).
+bool ChannelIsOne(const vex::TextureBuffer& texture, int channel) {
+  for (std::size_t i = 0; i < texture.GetCount(); ++i)
+    if (texture._pixels->Pixel(i)[channel] != 1.0f) return false;
+  return true;
+}
+
+/// The entry's constant replaced by `value`, in the type the constant has.
+vex::PackedConstantParameter ConstantLike(const vex::Parameter& entry, double value) {
+  const auto* c = entry.Constant();
+  if (c != nullptr && c->Get<vex::Color>() != nullptr) return vex::PackedConstantParameter(vex::Color{value, value, value});
+  if (c != nullptr && c->Get<vex::ColorA>() != nullptr)
+    return vex::PackedConstantParameter(vex::ColorA{value, value, value, c->Get<vex::ColorA>()->a});
+  return vex::PackedConstantParameter(value);
+}
+
+}  // namespace
+
 void ResolveTextureProperties(vex::ParameterSet& set) {
   for (auto& [port, entry] : set.Entries()) {
     if (!entry.texture || entry.texture->IsEmpty()) continue;
-    std::string channel;
-    if (const auto* c = entry.properties.Find("channelSelect"))
-      if (const auto* s = c->Get<std::string>()) channel = *s;
+    const int channel = SelectedChannel(entry);
     double scale = 1.0;
     if (const auto* v = entry.properties.Find("valueScale")) {
       if (const auto* d = v->Get<double>()) scale = *d;
     }
-    int index = -1;
-    if (channel == "r" || channel == "R" || channel == "red") index = 0;
-    if (channel == "g" || channel == "G" || channel == "green") index = 1;
-    if (channel == "b" || channel == "B" || channel == "blue") index = 2;
-    if (channel == "a" || channel == "A" || channel == "alpha") index = 3;
-    if (index >= 0 || scale != 1.0) {
-      // Copy on write: the buffer may be shared with the set it came from.
-      vex::TextureBuffer resolved = vex::TextureBuffer::Make(entry.texture->_dimensions.width,
-                                                             entry.texture->_dimensions.height);
-      if (resolved.IsEmpty()) continue;
-      resolved.colorSpace = entry.texture->colorSpace;
-      const auto scaled = static_cast<float>(scale);
-      for (std::size_t i = 0; i < entry.texture->GetCount(); ++i) {
-        const float* in = entry.texture->_pixels->Pixel(i);
-        float* out = resolved._pixels->Pixel(i);
-        for (int c = 0; c < 4; ++c) out[c] = in[c];
-        if (index >= 0) out[0] = out[1] = out[2] = in[index];
-        for (int c = 0; c < 3; ++c) out[c] *= scaled;
-      }
-      entry.texture = std::move(resolved);
-    }
     entry.properties.Erase("channelSelect");
     entry.properties.Erase("valueScale");
+    // A selected channel that is 1 everywhere, or a scale of 0, leaves nothing of the texture:
+    // the port is the constant scale, as the file's own factor said before it was packed.
+    if (channel >= 0 && (scale == 0.0 || ChannelIsOne(*entry.texture, channel))) {
+      vex::Parameter constant(ConstantLike(entry, scale));
+      constant.properties = std::move(entry.properties);
+      entry = std::move(constant);
+      continue;
+    }
+    if (channel < 0 && scale == 1.0) continue;
+    // Copy on write: the buffer may be shared with the set it came from.
+    vex::TextureBuffer resolved =
+        vex::TextureBuffer::Make(entry.texture->_dimensions.width, entry.texture->_dimensions.height);
+    if (resolved.IsEmpty()) continue;
+    resolved.colorSpace = entry.texture->colorSpace;
+    const auto scaled = static_cast<float>(scale);
+    for (std::size_t i = 0; i < entry.texture->GetCount(); ++i) {
+      const float* in = entry.texture->_pixels->Pixel(i);
+      float* out = resolved._pixels->Pixel(i);
+      if (channel >= 0) {
+        // One value: in every channel, alpha included, so that a mean over the four channels
+        // (the glTF mapping's opacity merge) gives it back.
+        out[0] = out[1] = out[2] = out[3] = in[channel] * scaled;
+      } else {
+        for (int c = 0; c < 3; ++c) out[c] = in[c] * scaled;
+        out[3] = in[3];
+      }
+    }
+    entry.texture = std::move(resolved);
   }
 }
 

@@ -50,8 +50,10 @@ vex::Result<std::shared_ptr<vex::IMaterialMapping>> FindMappingEitherWay(const v
                                                                         std::string_view target);
 
 /// Resolves the texture properties a baker applies: a texture whose entry says "channelSelect"
-/// gets that channel in red, green and blue; "valueScale" multiplies red, green and blue. Both
-/// properties are then dropped so that nothing applies them twice.
+/// gets that channel, times "valueScale", in every channel (alpha too, so that a mean over four
+/// channels gives it back); without a selection "valueScale" multiplies red, green and blue. A
+/// selected channel that is 1 everywhere, or a scale of 0, makes the port the constant scale.
+/// Both properties are then dropped so that nothing applies them twice.
 void ResolveTextureProperties(vex::ParameterSet& set);
 
 }  // namespace host::formats

@@ -3,65 +3,22 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/formats/formats.h"
 #include "vex/ports.h"
 
 namespace host::formats::detail {
 namespace {
-
-/// A set's ports with its bundle's defaults behind them.
-class Ports {
- public:
-  Ports(const vex::ParameterSet& set, const vex::IPortBundles& bundles) : set_(set) {
-    if (auto found = bundles.Find(set.GetBundle().View())) bundle_ = *found;
-  }
-  const vex::ParameterSet& Set() const { return set_; }
-  const vex::PackedConstantParameter* Constant(std::string_view port) const {
-    const vex::Parameter* entry = set_.Find(port);
-    if (entry == nullptr && bundle_ != nullptr) entry = bundle_->defaults.Find(port);
-    return entry != nullptr ? entry->Constant() : nullptr;
-  }
-  double Number(std::string_view port, double fallback) const {
-    const auto* c = Constant(port);
-    if (c == nullptr) return fallback;
-    if (const auto* d = c->Get<double>()) return *d;
-    if (const auto* i = c->Get<std::int32_t>()) return *i;
-    if (const auto* u = c->Get<std::uint32_t>()) return *u;
-    if (const auto* b = c->Get<bool>()) return *b ? 1.0 : 0.0;
-    return fallback;
-  }
-  vex::Color Rgb(std::string_view port, vex::Color fallback) const {
-    const auto* c = Constant(port);
-    if (c == nullptr) return fallback;
-    if (const auto* v = c->Get<vex::Color>()) return *v;
-    if (const auto* v = c->Get<vex::ColorA>()) return {v->r, v->g, v->b};
-    if (const auto* v = c->Get<vex::Vector3d>()) return {v->x, v->y, v->z};
-    if (const auto* d = c->Get<double>()) return {*d, *d, *d};
-    return fallback;
-  }
-  const vex::TextureBuffer* Texture(std::string_view port) const {
-    const auto* entry = set_.Find(port);
-    return entry != nullptr && entry->texture && !entry->texture->IsEmpty() ? &*entry->texture : nullptr;
-  }
-  bool IsColor(std::string_view port) const {
-    const auto* d = bundle_ != nullptr ? bundle_->FindPort(port) : nullptr;
-    return d != nullptr && d->color;
-  }
-
- private:
-  const vex::ParameterSet& set_;
-  const vex::PortBundle* bundle_ = nullptr;
-};
 
 vex::Color Times(const vex::Color& c, double f) { return {c.r * f, c.g * f, c.b * f}; }
 double Max(const vex::Color& c) { return std::max({c.r, c.g, c.b}); }
 bool IsGrey(const vex::Color& c) { return std::abs(c.r - c.g) < 1e-9 && std::abs(c.g - c.b) < 1e-9; }
 
 struct Builder {
-  const Ports& ports;
+  const PortReader& ports;
   Surface& s;
   void Texture(std::string_view port, const char* property) {
     if (const auto* t = ports.Texture(port))
-      s.textures.push_back({property, std::string(port), t, ports.IsColor(port)});
+      s.textures.push_back({property, std::string(port), t, ports.IsColorPort(port)});
   }
   /// An emission as colour and factor with the colour's largest channel at most 1 (readers that
   /// take the colour as a display colour clamp it; the product is the same).
@@ -82,7 +39,7 @@ struct Builder {
   }
 };
 
-void FromFbxPhong(const Ports& p, Builder& b, std::vector<std::string>& losses) {
+void FromFbxPhong(const PortReader& p, Builder& b, std::vector<std::string>& losses) {
   namespace port = vex::ports::fbxsurfacephong;
   Surface& s = b.s;
   // Readers differ on whether they apply DiffuseFactor; the product with factor 1 reads the same
@@ -124,7 +81,7 @@ void FromFbxPhong(const Ports& p, Builder& b, std::vector<std::string>& losses) 
     losses.push_back("normalMap: a constant normal has no place on an FBX surface; left out");
 }
 
-void FromObj(const Ports& p, Builder& b, std::vector<std::string>& losses) {
+void FromObj(const PortReader& p, Builder& b, std::vector<std::string>& losses) {
   namespace port = vex::ports::obj;
   Surface& s = b.s;
   const vex::Color white{1, 1, 1};
@@ -176,7 +133,7 @@ double RoughnessFromShininess(double shininess) {
 
 vex::Result<Surface> MakeSurface(const vex::ParameterSet& set, const vex::IPortBundles& bundles,
                                  std::vector<std::string>& losses) {
-  const Ports ports(set, bundles);
+  const PortReader ports(set, bundles);
   Surface surface;
   Builder builder{ports, surface};
   if (set.GetBundle() == vex::ports::fbxsurfacephong::kId) FromFbxPhong(ports, builder, losses);

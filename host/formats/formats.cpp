@@ -61,9 +61,13 @@ const vex::Parameter* PortReader::Entry(std::string_view port) const {
   return bundle_ != nullptr ? bundle_->defaults.Find(port) : nullptr;
 }
 
-double PortReader::Number(std::string_view port, double fallback) const {
+const vex::PackedConstantParameter* PortReader::Constant(std::string_view port) const {
   const auto* entry = Entry(port);
-  const auto* c = entry != nullptr ? entry->Constant() : nullptr;
+  return entry != nullptr ? entry->Constant() : nullptr;
+}
+
+double PortReader::Number(std::string_view port, double fallback) const {
+  const auto* c = Constant(port);
   if (c == nullptr) return fallback;
   if (const auto* d = c->Get<double>()) return *d;
   if (const auto* i = c->Get<std::int32_t>()) return *i;
@@ -72,28 +76,29 @@ double PortReader::Number(std::string_view port, double fallback) const {
   return fallback;
 }
 
-vex::Color PortReader::Rgb(std::string_view port, vex::Color fallback) const {
-  const auto* entry = Entry(port);
-  const auto* c = entry != nullptr ? entry->Constant() : nullptr;
+vex::ColorA PortReader::Rgba(std::string_view port, vex::ColorA fallback) const {
+  const auto* c = Constant(port);
   if (c == nullptr) return fallback;
-  if (const auto* v = c->Get<vex::Color>()) return *v;
-  if (const auto* v = c->Get<vex::ColorA>()) return {v->r, v->g, v->b};
-  if (const auto* v = c->Get<vex::Vector3d>()) return {v->x, v->y, v->z};
-  if (const auto* d = c->Get<double>()) return {*d, *d, *d};
+  if (const auto* v = c->Get<vex::ColorA>()) return *v;
+  if (const auto* v = c->Get<vex::Color>()) return {v->r, v->g, v->b, fallback.a};
+  if (const auto* v = c->Get<vex::Vector3d>()) return {v->x, v->y, v->z, fallback.a};
+  if (const auto* d = c->Get<double>()) return {*d, *d, *d, fallback.a};
   return fallback;
+}
+
+vex::Color PortReader::Rgb(std::string_view port, vex::Color fallback) const {
+  const vex::ColorA c = Rgba(port, {fallback.r, fallback.g, fallback.b, 1.0});
+  return {c.r, c.g, c.b};
 }
 
 double PortReader::Alpha(std::string_view port, double fallback) const {
-  const auto* entry = Entry(port);
-  const auto* c = entry != nullptr ? entry->Constant() : nullptr;
-  if (c == nullptr) return fallback;
-  if (const auto* v = c->Get<vex::ColorA>()) return v->a;
-  return fallback;
+  const auto* c = Constant(port);
+  const auto* v = c != nullptr ? c->Get<vex::ColorA>() : nullptr;
+  return v != nullptr ? v->a : fallback;
 }
 
 std::string PortReader::Text(std::string_view port, std::string fallback) const {
-  const auto* entry = Entry(port);
-  const auto* c = entry != nullptr ? entry->Constant() : nullptr;
+  const auto* c = Constant(port);
   if (c == nullptr) return fallback;
   if (const auto* s = c->Get<std::string>()) return *s;
   if (const auto* id = c->Get<vex::InternedId>()) return id->Str();
@@ -101,10 +106,15 @@ std::string PortReader::Text(std::string_view port, std::string fallback) const 
   return fallback;
 }
 
-const vex::TextureBuffer* PortReader::Texture(std::string_view port) const {
+const vex::Parameter* PortReader::Textured(std::string_view port) const {
   const auto* entry = set_.Find(port);
   if (entry == nullptr || !entry->texture || entry->texture->IsEmpty()) return nullptr;
-  return &*entry->texture;
+  return entry;
+}
+
+const vex::TextureBuffer* PortReader::Texture(std::string_view port) const {
+  const auto* entry = Textured(port);
+  return entry != nullptr ? &*entry->texture : nullptr;
 }
 
 bool PortReader::IsColorPort(std::string_view port) const {

@@ -37,6 +37,7 @@ vex::Result<std::vector<std::string>> FitTextures(vex::ParameterSet& set, int ma
 // --- shared by the writers ----------------------------------------------------------------------
 
 /// A set's view with its bundle's defaults: a port the set lacks reads as the bundle's default.
+/// The one reader of ports that every writer uses.
 class PortReader {
  public:
   PortReader(const vex::ParameterSet& set, const vex::IPortBundles& bundles);
@@ -46,17 +47,23 @@ class PortReader {
   const vex::Parameter* Entry(std::string_view port) const;
   /// A number (Float, Int, UInt or Bool), else `fallback`.
   double Number(std::string_view port, double fallback) const;
-  /// A colour (Color, ColorA, Vector: the first three components), else `fallback`.
+  /// A colour with alpha (ColorA; Color, Vector or a number with the fallback's alpha), else
+  /// `fallback`.
+  vex::ColorA Rgba(std::string_view port, vex::ColorA fallback) const;
+  /// A colour (Color, ColorA, Vector: the first three components; a number as grey), else `fallback`.
   vex::Color Rgb(std::string_view port, vex::Color fallback) const;
   /// The alpha of a ColorA port, else `fallback`.
   double Alpha(std::string_view port, double fallback) const;
   std::string Text(std::string_view port, std::string fallback) const;
-  /// The texture of the set's own entry (defaults carry none).
+  /// The set's own entry when it carries a texture (defaults carry none), else nullptr.
+  const vex::Parameter* Textured(std::string_view port) const;
+  /// The texture of the set's own entry, else nullptr.
   const vex::TextureBuffer* Texture(std::string_view port) const;
   /// True when the bundle marks the port as colour data (its texture is stored sRGB-encoded).
   bool IsColorPort(std::string_view port) const;
 
  private:
+  const vex::PackedConstantParameter* Constant(std::string_view port) const;
   const vex::ParameterSet& set_;
   const vex::PortBundle* bundle_ = nullptr;
 };

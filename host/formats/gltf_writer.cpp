@@ -22,6 +22,7 @@
 #include <tuple>
 
 #include "host/formats/format_io.h"
+#include "host/formats/formats.h"
 #include "host/formats/gltf_bridge.h"
 #include "host/formats/formats.h"
 #include "host/formats/gltf_io.h"
@@ -59,57 +60,6 @@ std::string FileSafe(const std::string& name) {
   }
   return out.empty() ? std::string("material") : out;
 }
-
-/// A set's ports with its bundle's defaults behind them.
-class Ports {
- public:
-  Ports(const vex::ParameterSet& set, const vex::PortBundle* bundle) : set_(set), bundle_(bundle) {}
-
-  const vex::Parameter* Entry(std::string_view name) const {
-    if (const auto* own = set_.Find(name)) return own;
-    return bundle_ != nullptr ? bundle_->defaults.Find(name) : nullptr;
-  }
-  const vex::PackedConstantParameter* Constant(std::string_view name) const {
-    const auto* entry = Entry(name);
-    return entry != nullptr ? entry->Constant() : nullptr;
-  }
-  double Number(std::string_view name, double fallback) const {
-    const auto* c = Constant(name);
-    if (c == nullptr) return fallback;
-    if (const auto* d = c->Get<double>()) return *d;
-    if (const auto* i = c->Get<std::int32_t>()) return *i;
-    if (const auto* u = c->Get<std::uint32_t>()) return *u;
-    if (const auto* b = c->Get<bool>()) return *b ? 1.0 : 0.0;
-    return fallback;
-  }
-  vex::ColorA Rgba(std::string_view name, vex::ColorA fallback) const {
-    const auto* c = Constant(name);
-    if (c == nullptr) return fallback;
-    if (const auto* v = c->Get<vex::ColorA>()) return *v;
-    if (const auto* v = c->Get<vex::Color>()) return {v->r, v->g, v->b, fallback.a};
-    if (const auto* v = c->Get<vex::Vector3d>()) return {v->x, v->y, v->z, fallback.a};
-    if (const auto* d = c->Get<double>()) return {*d, *d, *d, fallback.a};
-    return fallback;
-  }
-  std::string Text(std::string_view name, std::string fallback) const {
-    const auto* c = Constant(name);
-    if (c == nullptr) return fallback;
-    if (const auto* s = c->Get<std::string>()) return *s;
-    if (const auto* id = c->Get<vex::InternedId>()) return id->Str();
-    if (const auto* id = c->Get<vex::Id>()) return id->Str();
-    return fallback;
-  }
-  /// The set's own entry when it carries a texture.
-  const vex::Parameter* Textured(std::string_view name) const {
-    const auto* entry = set_.Find(name);
-    if (entry == nullptr || !entry->texture || entry->texture->IsEmpty()) return nullptr;
-    return entry;
-  }
-
- private:
-  const vex::ParameterSet& set_;
-  const vex::PortBundle* bundle_;
-};
 
 std::optional<double> PropertyNumber(const vex::DataDictionary& properties, std::string_view key) {
   const auto* data = properties.Find(key);
@@ -393,7 +343,7 @@ class Writer {
 
   /// Fills a texture reference from the port's entry; -1 when the port has no texture.
   template <class Info>
-  int Texture(const Ports& ports, std::string_view portName, bool srgb, const std::string& material, Info& info,
+  int Texture(const PortReader& ports, std::string_view portName, bool srgb, const std::string& material, Info& info,
               std::vector<std::string>& losses) {
     const vex::Parameter* entry = ports.Textured(portName);
     if (entry == nullptr) return -1;
@@ -451,9 +401,7 @@ class Writer {
       return VEX_FAIL(vex::ErrorKind::IllegalArgument,
                       Place("material " + Quoted(material.name) + ": the glTF writer takes sets of " +
                             std::string(port::kId) + ", not " + material.set->GetBundle().Str()));
-    const vex::PortBundle* bundle = nullptr;
-    if (auto found = bundles_.Find(port::kId)) bundle = *found;
-    const Ports ports(*material.set, bundle);
+    const PortReader ports(*material.set, bundles_);
     std::vector<std::string> losses;
 
     tinygltf::Material m;

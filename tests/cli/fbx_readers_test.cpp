@@ -28,19 +28,7 @@ using Json = nlohmann::json;
 
 namespace {
 
-struct Shell {
-  int exit = -1;
-  std::string output;
-};
-Shell Sh(const std::string& command) {
-  Shell o;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+const auto Sh = cli_test::Shell;
 
 bool Missing(const char* program) {
   if (Sh(std::string("command -v ") + program).exit == 0) return false;

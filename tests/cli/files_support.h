@@ -1,10 +1,17 @@
 // Inputs for the file-format tests, made by the tests themselves: two Corvane sets (constants
-// only, and textured with a checker, a roughness ramp and a bent normal map) and their PNGs.
+// only, and textured with a checker, a roughness ramp and a bent normal map) and their PNGs; and
+// the parse of a written .usda text that the tests share.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "host/images.h"
 
@@ -45,6 +52,38 @@ inline void WriteCorvaneInputs(const std::filesystem::path& dir) {
   "overall_normal_weight": {"type": "Float", "value": 0.7},
   "emission_weight": {"type": "Float", "value": 3.0},
   "emission_color": {"type": "Color", "value": [0.2, 0.4, 0.1]}}})";
+}
+
+/// The .usda text: prim path -> attribute -> value text. The header and balanced braces are
+/// expected.
+inline std::map<std::string, std::map<std::string, std::string>> ParseUsda(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  const std::string text((std::istreambuf_iterator<char>(in)), {});
+  EXPECT_EQ(text.rfind("#usda 1.0\n", 0), 0u) << path;
+  std::map<std::string, std::map<std::string, std::string>> prims;
+  std::vector<std::string> stack;
+  std::string pending;
+  const std::regex def(R"re(^\s*def (\w+) "(\w+)")re");
+  const std::regex attribute(R"re(^\s*(?:uniform )?[\w\[\]0-9]+ ([\w:.]+) = (.*)$)re");
+  std::istringstream lines(text);
+  int depth = 0;
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch m;
+    if (std::regex_search(line, m, def)) pending = m[2];
+    if (line.find('{') != std::string::npos) {
+      stack.push_back(pending);
+      ++depth;
+    } else if (line.find('}') != std::string::npos) {
+      if (!stack.empty()) stack.pop_back();
+      --depth;
+    } else if (std::regex_search(line, m, attribute) && !stack.empty()) {
+      std::string prim;
+      for (const auto& s : stack) prim += "/" + s;
+      prims[prim][m[1]] = m[2];
+    }
+  }
+  EXPECT_EQ(depth, 0) << path;
+  return prims;
 }
 
 }  // namespace files_test

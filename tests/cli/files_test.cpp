@@ -17,28 +17,16 @@
 #include <nlohmann/json.hpp>
 
 #include "files_support.h"
+#include "run_tool.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 namespace {
 
-struct Run {
-  int exit = -1;
-  std::string output;
-};
-
-Run Shell(const std::string& command) {
-  Run o;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
-
-Run Tool(const std::string& arguments) { return Shell(std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments); }
+using Run = cli_test::Outcome;
+using cli_test::Shell;
+using cli_test::Tool;
 
 const fs::path kTools = fs::path(INTEROP_SOURCE_DIR) / "tools";
 
@@ -168,36 +156,7 @@ TEST_F(Files, UsdaParsesBackWithTheSchemaNamesAndWiring) {
   auto o = Tool("convert " + In("corvane_plain.json") + " " + In("corvane_textured.json") + " --to usd -o " +
                 Out("usd"));
   ASSERT_EQ(o.exit, 0) << o.output;
-  auto parse = [](const fs::path& path) {
-    std::ifstream in(path);
-    std::string text((std::istreambuf_iterator<char>(in)), {});
-    EXPECT_EQ(text.rfind("#usda 1.0\n", 0), 0u);
-    // prim path -> attribute -> value text; braces must balance.
-    std::map<std::string, std::map<std::string, std::string>> prims;
-    std::vector<std::string> stack;
-    std::string pending;
-    const std::regex def(R"re(^\s*def (\w+) "(\w+)")re");
-    const std::regex attribute(R"re(^\s*(?:uniform )?[\w\[\]0-9]+ ([\w:.]+) = (.*)$)re");
-    std::istringstream lines(text);
-    int depth = 0;
-    for (std::string line; std::getline(lines, line);) {
-      std::smatch m;
-      if (std::regex_search(line, m, def)) pending = m[2];
-      if (line.find('{') != std::string::npos) {
-        stack.push_back(pending);
-        ++depth;
-      } else if (line.find('}') != std::string::npos) {
-        stack.pop_back();
-        --depth;
-      } else if (std::regex_search(line, m, attribute) && !stack.empty()) {
-        std::string path;
-        for (const auto& s : stack) path += "/" + s;
-        prims[path][m[1]] = m[2];
-      }
-    }
-    EXPECT_EQ(depth, 0);
-    return prims;
-  };
+  const auto parse = files_test::ParseUsda;
   const auto plain = parse(Out("usd/corvane_plain/corvane_plain.usda"));
   const auto& surface = plain.at("/corvane_plain/Materials/corvane_plain/PreviewSurface");
   EXPECT_EQ(surface.at("info:id"), "\"UsdPreviewSurface\"");

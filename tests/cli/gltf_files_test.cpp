@@ -37,14 +37,7 @@ bool CheckersMissing() {
 }
 
 cli_test::Outcome Node(const std::string& script, const std::string& files) {
-  cli_test::Outcome o;
-  const std::string command = "node " + (kTools / "checks" / script).string() + " " + files + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
+  return cli_test::Shell("node " + (kTools / "checks" / script).string() + " " + files);
 }
 
 std::vector<Json> Lines(const std::string& output) {

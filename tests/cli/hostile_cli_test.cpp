@@ -21,15 +21,8 @@ const fs::path kCorpus = fs::path(INTEROP_SOURCE_DIR) / "tests/fuzz/corpus";
 
 /// vexinterop in a child limited to 3 GiB of address space, killed if it ever hangs.
 Outcome Capped(const std::string& arguments) {
-  Outcome o;
-  const std::string command = "ulimit -v 3145728; timeout -s KILL 60 " + std::string(INTEROP_VEXINTEROP_PATH) + " " +
-                              arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
+  return cli_test::Shell("ulimit -v 3145728; timeout -s KILL 60 " + std::string(INTEROP_VEXINTEROP_PATH) + " " +
+                         arguments);
 }
 
 /// Lines of output, leaving out the PNG codec's own "libpng error:" lines (printed by the image

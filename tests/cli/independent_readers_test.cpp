@@ -32,10 +32,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "files_support.h"
 #include "host/formats/catalogue.h"
 #include "host/images.h"
 #include "host/port_bundles.h"
 #include "host/staged_output.h"
+#include "run_tool.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
@@ -45,20 +47,8 @@ namespace {
 constexpr double kTolerance = 1e-3;
 const fs::path kSource = INTEROP_SOURCE_DIR;
 
-struct Outcome {
-  int exit = -1;
-  std::string output;
-};
-
-Outcome Shell(const std::string& command) {
-  Outcome o;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  char buffer[4096];
-  while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
-  const int status = pipe ? pclose(pipe) : -1;
-  o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
-}
+using cli_test::Outcome;
+using cli_test::Shell;
 
 /// A number from a reader's report; anything else is NaN, which fails every comparison.
 double Num(const Json& value) { return value.is_number() ? value.get<double>() : std::nan(""); }
@@ -676,34 +666,7 @@ TEST_F(IndependentReaders, AssimpReadsWhatTheSetsImplyFromFbxAndObj) {
 // ---------------------------------------------------------------------------------------------
 // The .usda text: prim path -> attribute -> value text.
 
-std::map<std::string, std::map<std::string, std::string>> ParseUsda(const fs::path& path) {
-  const std::string text = ReadText(path);
-  EXPECT_EQ(text.rfind("#usda 1.0", 0), 0u) << path;
-  std::map<std::string, std::map<std::string, std::string>> prims;
-  std::vector<std::string> stack;
-  std::string pending;
-  const std::regex def(R"re(^\s*def (\w+) "(\w+)")re");
-  const std::regex attribute(R"re(^\s*(?:uniform )?[\w\[\]0-9]+ ([\w:.]+) = (.*)$)re");
-  std::istringstream lines(text);
-  int depth = 0;
-  for (std::string line; std::getline(lines, line);) {
-    std::smatch m;
-    if (std::regex_search(line, m, def)) pending = m[2];
-    if (line.find('{') != std::string::npos) {
-      stack.push_back(pending);
-      ++depth;
-    } else if (line.find('}') != std::string::npos) {
-      if (!stack.empty()) stack.pop_back();
-      --depth;
-    } else if (std::regex_search(line, m, attribute) && !stack.empty()) {
-      std::string prim;
-      for (const auto& s : stack) prim += "/" + s;
-      prims[prim][m[1]] = m[2];
-    }
-  }
-  EXPECT_EQ(depth, 0) << path;
-  return prims;
-}
+using files_test::ParseUsda;
 
 std::vector<double> Numbers(const std::string& text) {
   std::vector<double> out;

@@ -13,15 +13,17 @@ struct Outcome {
   std::string output;
 };
 
-inline Outcome Tool(const std::string& arguments) {
+/// A shell command line in a child process, stdout and stderr together.
+inline Outcome Shell(const std::string& command) {
   Outcome o;
-  const std::string command = std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
+  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
   char buffer[4096];
   while (pipe && fgets(buffer, sizeof buffer, pipe)) o.output += buffer;
   const int status = pipe ? pclose(pipe) : -1;
   o.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return o;
 }
+
+inline Outcome Tool(const std::string& arguments) { return Shell(std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments); }
 
 }  // namespace cli_test

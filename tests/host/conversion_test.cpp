@@ -128,8 +128,8 @@ TEST(ConversionTextures, ChannelSelectionAndValueScaleAreAppliedOnceAsABakerWoul
   const auto* m = set.Find(ports::corvane::metalness);
   for (std::size_t i = 0; i < 2; ++i) {
     const float* px = m->texture->_pixels->Pixel(i);
-    for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(px[c], texels[i][2] * 0.5f) << i << c;
-    EXPECT_FLOAT_EQ(px[3], texels[i][3]);
+    // The one selected value in every channel, alpha too (a mean over four channels keeps it).
+    for (int c = 0; c < 4; ++c) EXPECT_FLOAT_EQ(px[c], texels[i][2] * 0.5f) << i << c;
     const float* r = set.Find(ports::corvane::reflection_roughness)->texture->_pixels->Pixel(i);
     for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(r[c], texels[i][1]);
     // Without properties the texels stay as they are; the shared source buffer is untouched.
@@ -143,6 +143,47 @@ TEST(ConversionTextures, ChannelSelectionAndValueScaleAreAppliedOnceAsABakerWoul
   // A second pass changes nothing: the properties are gone.
   formats::ResolveTextureProperties(set);
   EXPECT_FLOAT_EQ(set.Find(ports::corvane::metalness)->texture->_pixels->Pixel(0)[0], texels[0][2] * 0.5f);
+}
+
+TEST(ConversionTextures, AChannelThatHoldsNothingButOnesLeavesTheFactorAsTheConstant) {
+  // glTF packs a constant metal as blue 1 beside a textured roughness; the import selects blue and
+  // scales it by the factor. Blue 1 everywhere (or a scale of 0) leaves the factor alone: the port
+  // becomes that constant, in the constant's own type, its other properties kept.
+  vex::ParameterSet set(vex::Id(ports::corvane::kId));
+  auto packed = vex::TextureBuffer::Make(2, 1);
+  const float texels[2][4] = {{0.0f, 0.2f, 1.0f, 1.0f}, {0.0f, 0.7f, 1.0f, 0.4f}};
+  for (std::size_t i = 0; i < 2; ++i)
+    for (int c = 0; c < 4; ++c) packed._pixels->Pixel(i)[c] = texels[i][c];
+  const auto selected = [&](std::string_view port, vex::PackedConstantParameter constant, const char* channel,
+                            double scale) {
+    auto entry = vex::Parameter::Textured(std::move(constant), packed);
+    entry.properties.Set("channelSelect", std::string(channel));
+    entry.properties.Set("valueScale", scale);
+    entry.properties.Set("makeImplicit", true);
+    set.Set(port, std::move(entry));
+  };
+  selected(ports::corvane::metalness, vex::PackedConstantParameter(0.5), "b", 0.5);
+  selected(ports::corvane::reflection_roughness, vex::PackedConstantParameter(1.0), "g", 0.0);
+  selected(ports::corvane::opacity, vex::PackedConstantParameter(vex::Color{0.8, 0.8, 0.8}), "a", 0.8);
+  selected(ports::corvane::overall_tint, vex::PackedConstantParameter(vex::Color{1, 1, 1}), "r", 1.0);
+
+  formats::ResolveTextureProperties(set);
+  const auto* metal = set.Find(ports::corvane::metalness);
+  ASSERT_FALSE(metal->texture.has_value());
+  EXPECT_DOUBLE_EQ(*metal->Constant()->Get<double>(), 0.5);
+  EXPECT_TRUE(metal->properties.Contains("makeImplicit"));
+  EXPECT_FALSE(metal->properties.Contains("valueScale"));
+  const auto* rough = set.Find(ports::corvane::reflection_roughness);
+  ASSERT_FALSE(rough->texture.has_value());
+  EXPECT_DOUBLE_EQ(*rough->Constant()->Get<double>(), 0.0);
+  // Alpha 0.4 in one pixel: the opacity stays a texture, its selected value in every channel.
+  const auto* opacity = set.Find(ports::corvane::opacity);
+  ASSERT_TRUE(opacity->texture.has_value());
+  for (int c = 0; c < 4; ++c) EXPECT_FLOAT_EQ(opacity->texture->_pixels->Pixel(1)[c], 0.4f * 0.8f);
+  // Red 0 everywhere is not "nothing": the occlusion keeps its (black) texture.
+  const auto* tint = set.Find(ports::corvane::overall_tint);
+  ASSERT_TRUE(tint->texture.has_value());
+  EXPECT_FLOAT_EQ(tint->texture->_pixels->Pixel(0)[0], 0.0f);
 }
 
 }  // namespace

@@ -2,11 +2,13 @@
 // and leaving nothing behind on failure.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 
 #include "host/images.h"
+#include "host/json_codec.h"
 #include "host/paramset_json.h"
 #include "test_host.h"
 
@@ -84,6 +86,59 @@ TEST(ParameterSetJson, ErrorsNameTheFileAndTheKey) {
             "in.json: parameters.baseColorTexture.texture: \"pixels\" is not base64 of 2 x 2 RGBA floats");
 }
 
+// The values are the host's codec's: the same JSON as the scene file's tagged values without the
+// tag, the same checks (whole numbers in range) and messages.
+TEST(ParameterSetJson, ValuesAreTheSceneFilesTaggedValuesWithoutTheirTags) {
+  auto options = Options();
+  options.bundles = nullptr;  // any port, any type
+  const std::string text = R"({"bundle": "com.example.any",
+    "parameters": {"b": {"type": "Bool", "value": true}, "i": {"type": "Int", "value": -7},
+                   "u": {"type": "UInt", "value": 4294967295}, "f": {"type": "Float", "value": 0.25},
+                   "v2": {"type": "Vector2d", "value": [1.5, -2]}, "v": {"type": "Vector", "value": [1, 2, 3]},
+                   "v4": {"type": "Vector4d", "value": [1, 2, 3, 4]}, "c": {"type": "Color", "value": [0.1, 0.2, 0.3]},
+                   "ca": {"type": "ColorA", "value": [0.1, 0.2, 0.3, 0.4]}, "s": {"type": "String", "value": "x"},
+                   "id": {"type": "Id", "value": "net.kelvo.x"}, "url": {"type": "Url", "value": "a/b.png"},
+                   "cs": {"type": "CString", "value": "c"}, "ii": {"type": "InternedId", "value": "metal"}}})";
+  auto set = host::json::ParseParameterSet(text, "in.json", ".", options);
+  ASSERT_TRUE(set) << set.error().message;
+  const auto dumped = host::json_codec::Json::parse(host::json::DumpParameterSet(*set, host::json::TextureMode::Describe));
+  const auto given = host::json_codec::Json::parse(text);
+  int shared = 0;
+  for (const auto& [port, entry] : given["parameters"].items()) {
+    EXPECT_EQ(dumped["parameters"][port]["value"], entry["value"]) << port;
+    const auto* constant = set->Find(port)->Constant();
+    ASSERT_NE(constant, nullptr) << port;
+    // Where the scene file has the type too, its tagged value holds the same JSON.
+    const vex::Data data = std::visit(
+        []<class T>(const T& v) {
+          if constexpr (std::is_constructible_v<vex::Data::Variant, T> && !std::is_same_v<T, std::uint32_t>)
+            return vex::Data(v);
+          else
+            return vex::Data();
+        },
+        constant->Value());
+    if (host::json_codec::TagOf(data).empty()) continue;
+    auto tagged = host::json_codec::EncodeScalar(data, port);
+    ASSERT_TRUE(tagged && *tagged) << port;
+    const auto& value = (*tagged)->is_object() ? (*tagged)->begin().value() : **tagged;
+    EXPECT_EQ(value, entry["value"]) << port;
+    ++shared;
+  }
+  EXPECT_EQ(shared, 10);  // all but UInt, Url, CString and InternedId
+  const auto error = [&](const char* type, const char* value) {
+    auto r = host::json::ParseParameterSet(std::string(R"({"bundle": "com.example.any", "parameters": {"n": {"type": ")") +
+                                               type + R"(", "value": )" + value + "}}}",
+                                           "in.json", ".", options);
+    return r ? std::string() : r.error().message;
+  };
+  EXPECT_EQ(error("Int", "3000000000"), "in.json: parameters.n: number out of range");
+  EXPECT_EQ(error("UInt", "-1"), "in.json: parameters.n: number out of range");
+  EXPECT_EQ(error("Int", "1.5"), "in.json: parameters.n: expected a whole number");
+  EXPECT_EQ(error("Bool", "1"), "in.json: parameters.n: expected true or false");
+  EXPECT_EQ(error("Id", "1"), "in.json: parameters.n: expected a string");
+  EXPECT_EQ(error("Vector2d", "[1]"), "in.json: parameters.n: expected an array of 2 numbers");
+}
+
 TEST(ParameterSetJson, TexturesRoundTripThroughImageFilesAndFailuresLeaveNothing) {
   TempDir dir;
   vex::ParameterSet set{vex::Id(vex::bundle::kGltf)};
@@ -135,6 +190,28 @@ TEST(ParameterSetJson, TexturesRoundTripThroughImageFilesAndFailuresLeaveNothing
     EXPECT_NEAR(encoded->_pixels->Pixel(0)[0], 188.f / 255, 1.f / 255);  // colour: sRGB-encoded
     EXPECT_NEAR(encoded->_pixels->Pixel(0)[3], 0.5f, 1.f / 255);         // alpha stays linear
     fs::remove_all(dir.path / "packed");
+  }
+  // Channels that say nothing are left out of the PNG (colour type at byte 25: 0 grey, 2 RGB, 6
+  // RGBA), and reading gives the same pixels back.
+  {
+    const auto png = [&](const char* name, std::array<float, 4> odd, bool srgb) {
+      auto t = vex::TextureBuffer::Make(3, 2, {0.25f, 0.25f, 0.25f, 1.f});
+      for (int c = 0; c < 4; ++c) t._pixels->Pixel(5)[c] = odd[static_cast<std::size_t>(c)];
+      const auto file = (dir.path / name).string();
+      EXPECT_TRUE(host::WriteImage(file, t, {.srgb = srgb}));
+      std::ifstream in(file, std::ios::binary);
+      std::string head(26, '\0');
+      in.read(head.data(), 26);
+      auto back = host::ReadImage(file, srgb);
+      EXPECT_TRUE(back);
+      for (int c = 0; back && c < 4; ++c) EXPECT_NEAR(back->_pixels->Pixel(5)[c], odd[static_cast<std::size_t>(c)], 2.f / 255) << name;
+      fs::remove(file);
+      return static_cast<int>(head[25]);
+    };
+    EXPECT_EQ(png("grey.png", {0.8f, 0.8f, 0.8f, 1.f}, true), 0);
+    EXPECT_EQ(png("grey_data.png", {0.6f, 0.6f, 0.6f, 1.f}, false), 0);
+    EXPECT_EQ(png("colour.png", {0.8f, 0.2f, 0.8f, 1.f}, true), 2);
+    EXPECT_EQ(png("translucent.png", {0.8f, 0.8f, 0.8f, 0.5f}, false), 6);
   }
   // An unwritable target directory fails and leaves nothing behind.
   auto bad = host::json::WriteParameterSetFile((dir.path / "missing" / "x.json").string(), set, w);
