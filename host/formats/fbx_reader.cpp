@@ -466,12 +466,6 @@ Matrix4 FromAxes(const aiVector3D& dir, const aiVector3D& up) {
   return m;
 }
 
-Matrix4 Transposed(const Matrix4& r) {
-  Matrix4 t;
-  for (int c = 0; c < 4; ++c)
-    for (int row = 0; row < 4; ++row) t.m[static_cast<std::size_t>(c * 4 + row)] = r.m[static_cast<std::size_t>(row * 4 + c)];
-  return t;
-}
 
 }  // namespace
 
@@ -558,7 +552,7 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
     }
     // The file's matrix is the scene's times the turn onto the file's axes, and a child's is
     // relative to its turned parent.
-    if (parent >= 0) data.local = Transposed(turns[static_cast<std::size_t>(parent)]) * data.local;
+    if (parent >= 0) data.local = turns[static_cast<std::size_t>(parent)].Transposed() * data.local;
     data.local = data.local * turn;
     turns.push_back(turn);
     if (node->mNumMeshes > 0) {

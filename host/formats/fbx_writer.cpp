@@ -126,12 +126,6 @@ Matrix4 AxisTurn(fbx_axes::Kind kind) {
   if (kind == fbx_axes::Kind::Camera) m.m = {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 1};
   return m;
 }
-Matrix4 Transposed(const Matrix4& r) {
-  Matrix4 t;
-  for (int c = 0; c < 4; ++c)
-    for (int row = 0; row < 4; ++row) t.m[static_cast<std::size_t>(c * 4 + row)] = r.m[static_cast<std::size_t>(row * 4 + c)];
-  return t;
-}
 
 // --- the document ------------------------------------------------------------------------------------
 
@@ -544,7 +538,7 @@ vex::Result<void> Writer::AddNodes() {
     const Kind kind = node.mesh >= 0 ? Kind::None : light != nullptr ? Kind::Light : camera != nullptr ? Kind::Camera : Kind::None;
     const std::string type = node.mesh >= 0 ? "Mesh" : kind == Kind::Light ? "Light" : kind == Kind::Camera ? "Camera" : "Null";
     const Matrix4 parentTurn = node.parent >= 0 ? turns[static_cast<std::size_t>(node.parent)] : Matrix4{};
-    const Matrix4 local = Transposed(parentTurn) * node.local * AxisTurn(kind);
+    const Matrix4 local = parentTurn.Transposed() * node.local * AxisTurn(kind);
     const std::int64_t id = AddModel(name, type, local, node.parent >= 0 ? nodeIds[static_cast<std::size_t>(node.parent)] : 0);
     nodeIds.push_back(id);
     turns.push_back(AxisTurn(kind));

@@ -28,6 +28,13 @@ struct Matrix4 {
       }
     return r;
   }
+  /// The transpose: the inverse of a rotation.
+  Matrix4 Transposed() const {
+    Matrix4 t;
+    for (int c = 0; c < 4; ++c)
+      for (int row = 0; row < 4; ++row) t.m[static_cast<std::size_t>(c * 4 + row)] = m[static_cast<std::size_t>(row * 4 + c)];
+    return t;
+  }
   bool IsIdentity() const { return *this == Matrix4{}; }
   bool IsFinite() const {
     for (double v : m)

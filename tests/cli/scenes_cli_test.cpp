@@ -21,6 +21,7 @@
 
 #include "files_support.h"
 #include "host/formats/catalogue.h"
+#include "host/formats/gltf_scene_fixture.h"
 #include "host/port_bundles.h"
 #include "host/staged_output.h"
 #include "run_tool.h"
@@ -62,15 +63,6 @@ formats::MeshData Triangle(const std::string& name, int material) {
   return m;
 }
 
-vex::ParameterSetRef Gltf(vex::ColorA base, double metallic, double roughness) {
-  namespace g = vex::ports::gltf;
-  vex::ParameterSet set;
-  (void)set.Tag(vex::Id(g::kId));
-  set.SetConstant(g::baseColorFactor, base);
-  set.SetConstant(g::metallicFactor, metallic);
-  set.SetConstant(g::roughnessFactor, roughness);
-  return std::make_shared<const vex::ParameterSet>(std::move(set));
-}
 
 vex::ParameterSetRef Obj(vex::Color diffuse, double roughness) {
   namespace o = vex::ports::obj;
@@ -86,7 +78,7 @@ formats::SceneData Scene(bool gltf) {
   formats::SceneData s;
   s.name = "source";
   if (gltf) {
-    s.materials = {{"Red", Gltf({0.8, 0.1, 0.1, 1}, 0.0, 0.6)}, {"Gold", Gltf({0.9, 0.7, 0.2, 1}, 1.0, 0.25)}};
+    s.materials = {{"Red", gltf_fixture::ConstantMaterial({0.8, 0.1, 0.1, 1}, 0.0, 0.6)}, {"Gold", gltf_fixture::ConstantMaterial({0.9, 0.7, 0.2, 1}, 1.0, 0.25)}};
   } else {
     s.metersPerUnit = 0.01;
     s.materials = {{"Red", Obj({0.8, 0.1, 0.1}, 0.6)}, {"Gold", Obj({0.9, 0.7, 0.2}, 0.25)}};

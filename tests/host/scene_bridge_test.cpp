@@ -13,6 +13,7 @@
 #include <map>
 #include <numbers>
 
+#include "host/formats/gltf_scene_fixture.h"
 #include "host/formats/scene_bridge.h"
 #include "host/polygon_object.h"
 #include "host/scene_file.h"
@@ -39,15 +40,6 @@ formats::Matrix4 Trs(vex::Vector3d t, vex::Vector3d r, vex::Vector3d s) {
   return m;
 }
 
-vex::ParameterSetRef GltfMaterial(vex::ColorA base, double metallic, double roughness) {
-  namespace g = vex::ports::gltf;
-  vex::ParameterSet set;
-  (void)set.Tag(vex::Id(g::kId));
-  set.SetConstant(g::baseColorFactor, base);
-  set.SetConstant(g::metallicFactor, metallic);
-  set.SetConstant(g::roughnessFactor, roughness);
-  return std::make_shared<const vex::ParameterSet>(std::move(set));
-}
 
 /// Two quads side by side (four triangles), Red then Blue, with normals and texture coordinates.
 formats::MeshData Quads() {
@@ -65,8 +57,8 @@ formats::SceneData MakeScene() {
   formats::SceneData scene;
   scene.name = "bridge";
   scene.metersPerUnit = 0.01;
-  scene.materials.push_back({"Red", GltfMaterial({0.8, 0.1, 0.1, 1}, 0.0, 0.6)});
-  scene.materials.push_back({"Blue", GltfMaterial({0.1, 0.2, 0.9, 1}, 1.0, 0.3)});
+  scene.materials.push_back({"Red", gltf_fixture::ConstantMaterial({0.8, 0.1, 0.1, 1}, 0.0, 0.6)});
+  scene.materials.push_back({"Blue", gltf_fixture::ConstantMaterial({0.1, 0.2, 0.9, 1}, 1.0, 0.3)});
   scene.meshes.push_back(Quads());
   formats::LightData lamp{.name = "Lamp", .type = formats::LightData::Type::Point, .color = {1, 0.9, 0.8}, .intensity = 25.0};
   lamp.range = 400.0;

@@ -24,6 +24,16 @@ inline float Linear(int code) {
   return static_cast<float>(c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4));
 }
 
+/// A constant material of the glTF bundle.
+inline vex::ParameterSetRef ConstantMaterial(vex::ColorA base, double metallic, double roughness) {
+  vex::ParameterSet set;
+  (void)set.Tag(vex::Id(port::kId));
+  set.SetConstant(port::baseColorFactor, base);
+  set.SetConstant(port::metallicFactor, metallic);
+  set.SetConstant(port::roughnessFactor, roughness);
+  return std::make_shared<const vex::ParameterSet>(std::move(set));
+}
+
 inline formats::MeshData Sphere(int segments = 12, int rings = 6) {
   formats::MeshData mesh;
   mesh.name = "Sphere";
