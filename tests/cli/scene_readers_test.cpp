@@ -249,6 +249,12 @@ class SceneReaders : public ::testing::Test {
     const auto unit = FbxProperty(File("fbx", stem), "UnitScaleFactor");
     const auto up = FbxProperty(File("fbx", stem), "UpAxis");
     if (!unit || !up) return ::testing::AssertionFailure() << File("fbx", stem) << ": no UnitScaleFactor or UpAxis";
+    // The frames handled here: +X across, the up and front axes with positive signs.
+    for (const char* sign : {"UpAxisSign", "FrontAxisSign", "CoordAxisSign"})
+      if (FbxProperty(File("fbx", stem), sign) != 1.0)
+        return ::testing::AssertionFailure() << File("fbx", stem) << ": " << sign << " is not 1";
+    if (FbxProperty(File("fbx", stem), "CoordAxis") != 0.0)
+      return ::testing::AssertionFailure() << File("fbx", stem) << ": CoordAxis is not X";
     metresPerUnit = *unit / 100;
     if (*up == 1) axes = kYUpToZUp;
     else if (*up == 2) axes = kIdentity;
