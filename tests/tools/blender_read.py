@@ -10,7 +10,8 @@
 #              when the input is linked, what feeds it: the image (file, path, colour space), the
 #              image output (Color or Alpha), the channel picked by a separate node, the constant
 #              factors of the multiply nodes on the way, and the strength of a Normal Map node;
-#   objects:   name, type, parent, world matrix (rows);
+#   objects:   name, type, parent, world matrix (rows) and, for a mesh, the world-space bounding
+#              box of its vertices ("bounds": [[min x, y, z], [max x, y, z]]);
 #   meshes:    per mesh the material of every polygon;
 #   lights:    per light object: its data's name, type, colour, energy (watts; W/m^2 for a sun),
 #              spot size and blend, and the object's world matrix;
@@ -232,6 +233,10 @@ def read(path):
         report["objects"].append({"name": obj.name, "type": obj.type, "data": obj.data.name if obj.data else None,
                                   "parent": obj.parent.name if obj.parent else None,
                                   "matrix_world": matrix_rows(obj.matrix_world)})
+        if obj.type == "MESH" and obj.data.vertices:
+            corners = [obj.matrix_world @ v.co for v in obj.data.vertices]
+            report["objects"][-1]["bounds"] = [[float(min(c[i] for c in corners)) for i in range(3)],
+                                               [float(max(c[i] for c in corners)) for i in range(3)]]
         if obj.type == "LIGHT":
             light = obj.data
             entry = {"data": light.name, "type": light.type, "color": plain(light.color),

@@ -12,6 +12,9 @@
 // Per light ("lights"): name, the parent's name, type, colour, intensity, distance, decay and, for
 // spot lights, angle and penumbra. Per camera ("cameras"): name, parent, type, fov (degrees,
 // vertical), aspect, near, far, zoom.
+// Per object ("objects"): name, parent's name, type, world matrix (rows) and, for a mesh, its
+// material groups ({start, count, material} over the index or vertex order, or one group for the
+// whole geometry when it has none).
 // Per mesh ("poles"): the UV at its highest and lowest vertex (+Y up, in world space) and, for the
 // colour map, the row that UV samples counted from the top of the image as a fraction of its height
 // (a texture with flipY samples v = 1 at the top row, one without flipY at the bottom row).
@@ -135,13 +138,36 @@ function describeCamera(o) {
   };
 }
 
-function collect(root) {
+function describeObject(o) {
+  o.updateWorldMatrix(true, false);
+  const e = o.matrixWorld.elements;  // column-major
+  const out = {
+    name: o.name, parent: o.parent ? o.parent.name : null, type: o.type,
+    matrixWorld: [0, 1, 2, 3].map((r) => [0, 1, 2, 3].map((c) => e[c * 4 + r])),
+  };
+  if (o.isMesh) {
+    const list = [].concat(o.material);
+    const g = o.geometry;
+    const count = g.index ? g.index.count : g.attributes.position.count;
+    const groups = g.groups.length ? g.groups : [{ start: 0, count, materialIndex: 0 }];
+    out.groups = groups.map((x) => ({ start: x.start, count: x.count, material: list[x.materialIndex ?? 0]?.name ?? null }));
+  }
+  return out;
+}
+
+// `rootIsNode`: the root is one of the file's nodes (FBXLoader returns a file's single root group
+// itself) rather than the loader's container; "root" names the container otherwise.
+function collect(root, rootIsNode = false) {
   const materials = [];
+  const objects = [];
   const seen = new Set();
   const ends = [];
   const lights = [];
   const cameras = [];
   root.traverse((o) => {
+    if (o !== root || rootIsNode) objects.push(describeObject(o));
+    // FBXLoader hands back its single root without detaching it from its own container.
+    if (o === root && rootIsNode) objects[objects.length - 1].parent = null;
     if (o.isLight) lights.push(describeLight(o));
     if (o.isCamera) cameras.push(describeCamera(o));
     if (!o.isMesh) return;
@@ -152,7 +178,7 @@ function collect(root) {
     }
     ends.push(poles(o));
   });
-  return { materials, poles: ends, lights, cameras };
+  return { materials, poles: ends, lights, cameras, objects, root: rootIsNode ? null : root.name };
 }
 
 // Node's fetch reads no file: URLs, so external buffers are inlined as data URIs before parsing.
@@ -179,7 +205,8 @@ async function readFbx(file) {
   const bytes = await readFile(file);
   const buffer = bytes.buffer.slice(bytes.byteOffset, bytes.byteOffset + bytes.byteLength);
   const loader = new FBXLoader(manager);
-  return collect(loader.parse(buffer, path.dirname(file) + '/'));
+  const root = loader.parse(buffer, path.dirname(file) + '/');
+  return collect(root, root.name !== '');
 }
 
 let failed = false;
