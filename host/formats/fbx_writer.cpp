@@ -149,24 +149,6 @@ struct Writer {
   std::map<std::string, int> counts;  // object type -> count, for Definitions
   std::int64_t nextId = 1000000;
   std::set<std::string> textureFiles;
-  /// Texture files to write once the records are made: encoded in parallel (the buffers belong to
-  /// the scene's sets). Embedded textures are written and read back at once instead.
-  struct PendingImage {
-    std::string path;
-    const vex::TextureBuffer* buffer;
-    ImageWriteOptions options;
-  };
-  std::vector<PendingImage> pendingImages;
-
-  vex::Result<void> WritePendingImages() {
-    std::vector<vex::Result<void>> results(pendingImages.size());
-    ForEachImageJob(pendingImages.size(), [&](std::size_t i) {
-      results[i] = WriteImage(pendingImages[i].path, *pendingImages[i].buffer, pendingImages[i].options);
-    });
-    for (auto& result : results)
-      if (!result) return result;
-    return {};
-  }
 
   std::int64_t NewId() { return nextId++; }
   void Connect(std::int64_t child, std::int64_t parent) { connections.Add("C", {std::string("OO"), child, parent}); }
@@ -273,10 +255,7 @@ vex::Result<std::int64_t> Writer::AddTexture(const std::string& materialName, co
   textureFiles.insert(file);
   ImageWriteOptions imageOptions;
   imageOptions.srgb = texture.srgb;
-  if (embed)
-    VEX_TRY(WriteImage((fs::path(directory) / file).string(), *texture.buffer, imageOptions));
-  else
-    pendingImages.push_back({(fs::path(directory) / file).string(), texture.buffer, imageOptions});
+  VEX_TRY(WriteImage((fs::path(directory) / file).string(), *texture.buffer, imageOptions));
   const std::string label = materialName + "_" + texture.property;
 
   const std::int64_t videoId = NewId();
@@ -688,7 +667,6 @@ vex::Result<FbxOutput> WriteFbxFile(const SceneData& scene, const std::string& d
   written.files.push_back(file);
   Writer writer{scene, directory, bundles, embed, written};
   VEX_TRY(writer.AddNodes());
-  VEX_TRY(writer.WritePendingImages());
   const auto tree = writer.Document();
   const std::string bytes = ascii ? fbx::EncodeAscii(tree) : fbx::EncodeBinary(tree);
   const fs::path path = fs::path(directory) / file;
