@@ -53,9 +53,9 @@ using cli_test::Shell;
 /// A number from a reader's report; anything else is NaN, which fails every comparison.
 double Num(const Json& value) { return value.is_number() ? value.get<double>() : std::nan(""); }
 
-std::string Quote(const fs::path& path) { return "'" + path.string() + "'"; }
+using cli_test::Quote;
 
-bool OnPath(const std::string& program) { return Shell("command -v " + program + " >/dev/null").exit == 0; }
+using cli_test::OnPath;
 
 Json ReadJson(const fs::path& path) {
   std::ifstream in(path);

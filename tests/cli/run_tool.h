@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 namespace cli_test {
@@ -25,5 +26,10 @@ inline Outcome Shell(const std::string& command) {
 }
 
 inline Outcome Tool(const std::string& arguments) { return Shell(std::string(INTEROP_VEXINTEROP_PATH) + " " + arguments); }
+
+/// A path single-quoted for the shell.
+inline std::string Quote(const std::filesystem::path& path) { return "'" + path.string() + "'"; }
+/// Whether the shell finds `program`.
+inline bool OnPath(const std::string& program) { return Shell("command -v " + program + " >/dev/null").exit == 0; }
 
 }  // namespace cli_test

@@ -39,8 +39,8 @@ const fs::path kSource = INTEROP_SOURCE_DIR;
 using cli_test::Outcome;
 using cli_test::Shell;
 
-std::string Quote(const fs::path& path) { return "'" + path.string() + "'"; }
-bool OnPath(const std::string& program) { return Shell("command -v " + program + " >/dev/null").exit == 0; }
+using cli_test::Quote;
+using cli_test::OnPath;
 double Num(const Json& value) { return value.is_number() ? value.get<double>() : std::nan(""); }
 
 /// Rows of a 4x4 matrix.
