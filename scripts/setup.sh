@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config git
-  libtbb-dev libopenimageio-dev openimageio-tools libassimp-dev zlib1g-dev
+  libtbb-dev libopenimageio-dev openimageio-tools libassimp-dev zlib1g-dev libdeflate-dev
   nlohmann-json3-dev libcli11-dev libpugixml-dev libtinygltf-dev libstb-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   g++-mingw-w64-x86-64-posix wine64

@@ -1,12 +1,16 @@
 #include "host/formats/fbx_binary.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
+#include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <type_traits>
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 static_assert(std::endian::native == std::endian::little, "the FBX encoder writes the host's byte order");
@@ -22,67 +26,193 @@ constexpr std::array<std::uint8_t, 16> kFooterId = {0xfa, 0xbc, 0xab, 0x09, 0xd0
 constexpr std::array<std::uint8_t, 16> kFooterMagic = {0xf8, 0x5a, 0x8c, 0x6a, 0xde, 0xf5, 0xd9, 0x7e,
                                                        0xec, 0xe9, 0x0c, 0xe3, 0x75, 0x8f, 0x29, 0x0b};
 
-template <typename T>
-void Put(std::string& out, T value) {
+// Where the encoder's bytes go: a string (EncodeBinary) or a file through a buffer (WriteBinary).
+// A record's end offset and property sizes are known only after its contents, so a sink can patch
+// four bytes it has already taken.
+struct StringSink {
+  std::string& out;
+  std::size_t Tell() const { return out.size(); }
+  void Append(const char* data, std::size_t size) { out.append(data, size); }
+  void Patch(std::size_t at, std::uint32_t value) { std::memcpy(out.data() + at, &value, 4); }
+};
+
+class FileSink {
+ public:
+  explicit FileSink(const std::string& path) : out_(path, std::ios::binary | std::ios::trunc) { buffer_.reserve(kBuffer); }
+  bool Good() const { return static_cast<bool>(out_); }
+  std::size_t Tell() const { return flushed_ + buffer_.size(); }
+  void Append(const char* data, std::size_t size) {
+    if (buffer_.size() + size > kBuffer) Flush();
+    if (size >= kBuffer) out_.write(data, static_cast<std::streamsize>(size)), flushed_ += size;
+    else buffer_.append(data, size);
+  }
+  void Patch(std::size_t at, std::uint32_t value) {
+    if (at >= flushed_) return std::memcpy(buffer_.data() + (at - flushed_), &value, 4), void();
+    // Bytes already in the file: write over them and come back to the end.
+    out_.seekp(static_cast<std::streamoff>(at));
+    out_.write(reinterpret_cast<const char*>(&value), 4);
+    out_.seekp(static_cast<std::streamoff>(flushed_));
+  }
+  bool Close() {
+    Flush();
+    out_.close();
+    return static_cast<bool>(out_);
+  }
+
+ private:
+  static constexpr std::size_t kBuffer = std::size_t(1) << 20;
+  void Flush() {
+    out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+    flushed_ += buffer_.size();
+    buffer_.clear();
+  }
+  std::ofstream out_;
+  std::string buffer_;
+  std::size_t flushed_ = 0;
+};
+
+template <typename T, typename Sink>
+void Put(Sink& out, T value) {
   char bytes[sizeof(T)];
   std::memcpy(bytes, &value, sizeof(T));
-  out.append(bytes, sizeof(T));
+  out.Append(bytes, sizeof(T));
 }
 
-void PutAt(std::string& out, std::size_t at, std::uint32_t value) { std::memcpy(out.data() + at, &value, 4); }
+template <typename Sink>
+void PutZeros(Sink& out, std::size_t count) {
+  static constexpr char kZeros[160] = {};
+  for (; count > 0; count -= std::min(count, sizeof(kZeros))) out.Append(kZeros, std::min(count, sizeof(kZeros)));
+}
+
+template <typename Sink>
+void PutPacked(Sink& out, const PackedArray& packed) {
+  Put<std::uint32_t>(out, packed.count);
+  Put<std::uint32_t>(out, packed.encoding);
+  Put<std::uint32_t>(out, static_cast<std::uint32_t>(packed.bytes.size()));
+  out.Append(packed.bytes.data(), packed.bytes.size());
+}
 
 template <typename T>
-void PutArray(std::string& out, const std::vector<T>& values, const EncodeOptions& options) {
-  const std::size_t size = values.size() * sizeof(T);
-  Put<std::uint32_t>(out, static_cast<std::uint32_t>(values.size()));
-  if (options.compressAbove > 0 && size > options.compressAbove) {
-    uLongf packed = compressBound(static_cast<uLong>(size));
-    std::string buffer(packed, '\0');
-    if (compress2(reinterpret_cast<Bytef*>(buffer.data()), &packed, reinterpret_cast<const Bytef*>(values.data()),
-                  static_cast<uLong>(size), Z_BEST_SPEED) == Z_OK) {
-      Put<std::uint32_t>(out, 1);
-      Put<std::uint32_t>(out, static_cast<std::uint32_t>(packed));
-      out.append(buffer.data(), packed);
-      return;
-    }
-  }
-  Put<std::uint32_t>(out, 0);
-  Put<std::uint32_t>(out, static_cast<std::uint32_t>(size));
-  out.append(reinterpret_cast<const char*>(values.data()), size);
+constexpr char ArrayCode() {
+  if constexpr (std::is_same_v<T, std::int32_t>) return 'i';
+  else if constexpr (std::is_same_v<T, std::int64_t>) return 'l';
+  else if constexpr (std::is_same_v<T, float>) return 'f';
+  else if constexpr (std::is_same_v<T, double>) return 'd';
+  else return 'b';
 }
 
-void PutProperty(std::string& out, const Property& property, const EncodeOptions& options) {
-  out.push_back(TypeCode(property));
+/// A compressor per thread, made on first use (libdeflate's are not shared between threads).
+libdeflate_compressor* Compressor() {
+  struct Owned {
+    libdeflate_compressor* c = libdeflate_alloc_compressor(1);  // the fastest level
+    ~Owned() { libdeflate_free_compressor(c); }
+  };
+  thread_local Owned owned;
+  return owned.c;
+}
+
+/// Packs `count` values made by `fill`: when they take more than `compressAbove` bytes they are
+/// compressed into one zlib stream and only that is kept (the values themselves live only while
+/// their array is packed).
+template <typename T>
+PackedArray Pack(std::size_t count, const ChunkFill<T>& fill, const EncodeOptions& options) {
+  PackedArray packed{ArrayCode<T>(), static_cast<std::uint32_t>(count), 0, {}};
+  std::vector<T> values(count);
+  if (count > 0) fill(0, std::span<T>(values));
+  const auto* plain = reinterpret_cast<const char*>(values.data());
+  const std::size_t size = count * sizeof(T);
+  if (options.compressAbove > 0 && size > options.compressAbove) {
+    libdeflate_compressor* compressor = Compressor();
+    std::string deflated(compressor != nullptr ? libdeflate_zlib_compress_bound(compressor, size) : 0, '\0');
+    const std::size_t length =
+        compressor != nullptr ? libdeflate_zlib_compress(compressor, plain, size, deflated.data(), deflated.size()) : 0;
+    if (length > 0) {  // 0: out of memory for the compressor; the values are kept as they are
+      deflated.resize(length);
+      deflated.shrink_to_fit();
+      packed.encoding = 1;
+      packed.bytes = std::move(deflated);
+      return packed;
+    }
+  }
+  packed.bytes.assign(plain, size);
+  return packed;
+}
+
+template <typename T, typename Sink>
+void PutArray(Sink& out, const std::vector<T>& values, const EncodeOptions& options) {
+  const ChunkFill<T> copy = [&](std::size_t first, std::span<T> chunk) {
+    std::copy_n(values.begin() + static_cast<std::ptrdiff_t>(first), chunk.size(), chunk.begin());
+  };
+  PutPacked(out, Pack<T>(values.size(), copy, options));
+}
+
+template <typename Sink>
+void PutProperty(Sink& out, const Property& property, const EncodeOptions& options) {
+  const char code = TypeCode(property);
+  out.Append(&code, 1);
   std::visit(
       [&](const auto& v) {
         using T = std::decay_t<decltype(v)>;
-        if constexpr (std::is_same_v<T, bool>) out.push_back(v ? 1 : 0);
+        if constexpr (std::is_same_v<T, bool>) Put<std::uint8_t>(out, v ? 1 : 0);
         else if constexpr (std::is_arithmetic_v<T>) Put<T>(out, v);
         else if constexpr (std::is_same_v<T, std::string>) {
           Put<std::uint32_t>(out, static_cast<std::uint32_t>(v.size()));
-          out += v;
+          out.Append(v.data(), v.size());
         } else if constexpr (std::is_same_v<T, Raw>) {
           Put<std::uint32_t>(out, static_cast<std::uint32_t>(v.bytes.size()));
-          out += v.bytes;
-        } else if constexpr (std::is_same_v<T, BoolArray>) PutArray(out, v.values, options);
+          out.Append(v.bytes.data(), v.bytes.size());
+        } else if constexpr (std::is_same_v<T, PackedArray>) PutPacked(out, v);
+        else if constexpr (std::is_same_v<T, BoolArray>) PutArray(out, v.values, options);
         else PutArray(out, v, options);
       },
       property);
 }
 
-void PutNode(std::string& out, const Node& node, const EncodeOptions& options) {
-  const std::size_t start = out.size();
-  out.append(12, '\0');  // end offset, property count, property bytes: filled in below
-  out.push_back(static_cast<char>(static_cast<std::uint8_t>(node.name.size())));
-  out += node.name;
-  const std::size_t propertiesStart = out.size();
+template <typename Sink>
+void PutNode(Sink& out, const Node& node, const EncodeOptions& options) {
+  const std::size_t start = out.Tell();
+  PutZeros(out, 12);  // end offset, property count, property bytes: filled in below
+  Put<std::uint8_t>(out, static_cast<std::uint8_t>(node.name.size()));
+  out.Append(node.name.data(), node.name.size());
+  const std::size_t propertiesStart = out.Tell();
   for (const auto& p : node.properties) PutProperty(out, p, options);
-  const std::size_t propertiesSize = out.size() - propertiesStart;
+  const std::size_t propertiesSize = out.Tell() - propertiesStart;
   for (const auto& child : node.children) PutNode(out, child, options);
-  if (!node.children.empty() || node.properties.empty()) out.append(kNullRecord, '\0');
-  PutAt(out, start, static_cast<std::uint32_t>(out.size()));
-  PutAt(out, start + 4, static_cast<std::uint32_t>(node.properties.size()));
-  PutAt(out, start + 8, static_cast<std::uint32_t>(propertiesSize));
+  if (!node.children.empty() || node.properties.empty()) PutZeros(out, kNullRecord);
+  out.Patch(start, static_cast<std::uint32_t>(out.Tell()));
+  out.Patch(start + 4, static_cast<std::uint32_t>(node.properties.size()));
+  out.Patch(start + 8, static_cast<std::uint32_t>(propertiesSize));
+}
+
+template <typename Sink>
+void PutFile(Sink& out, const std::vector<Node>& top, const EncodeOptions& options) {
+  out.Append(kMagic.data(), kMagic.size());
+  Put<std::uint32_t>(out, kVersion);
+  for (const auto& node : top) PutNode(out, node, options);
+  PutZeros(out, kNullRecord);
+  out.Append(reinterpret_cast<const char*>(kFooterId.data()), kFooterId.size());
+  // Zero padding to the next 16-byte boundary (a whole 16 bytes when already aligned).
+  PutZeros(out, 16 - out.Tell() % 16);
+  Put<std::uint32_t>(out, 0);
+  Put<std::uint32_t>(out, kVersion);
+  PutZeros(out, 120);
+  out.Append(reinterpret_cast<const char*>(kFooterMagic.data()), kFooterMagic.size());
+}
+
+/// The values of a packed array, for the ASCII form.
+template <typename T>
+std::vector<T> Unpacked(const PackedArray& packed) {
+  std::vector<T> values(packed.count);
+  const std::size_t size = values.size() * sizeof(T);
+  if (size == 0) return values;
+  if (packed.encoding == 0) {
+    std::memcpy(values.data(), packed.bytes.data(), std::min(size, packed.bytes.size()));
+  } else {
+    uLongf unpacked = static_cast<uLongf>(size);
+    uncompress(reinterpret_cast<Bytef*>(values.data()), &unpacked, reinterpret_cast<const Bytef*>(packed.bytes.data()),
+               static_cast<uLong>(packed.bytes.size()));
+  }
+  return values;
 }
 
 // --- ASCII -----------------------------------------------------------------------------------------
@@ -150,6 +280,18 @@ void AsciiNode(std::string& out, const Node& node, const std::string& indent) {
           else if constexpr (std::is_same_v<T, BoolArray>) {
             std::vector<int> ints(v.values.begin(), v.values.end());
             out += AsciiArray(ints, indent);
+            arrayWritten = true;
+          } else if constexpr (std::is_same_v<T, PackedArray>) {
+            switch (v.type) {
+              case 'i': out += AsciiArray(Unpacked<std::int32_t>(v), indent); break;
+              case 'l': out += AsciiArray(Unpacked<std::int64_t>(v), indent); break;
+              case 'f': out += AsciiArray(Unpacked<float>(v), indent); break;
+              case 'd': out += AsciiArray(Unpacked<double>(v), indent); break;
+              default: {
+                const auto bytes = Unpacked<std::uint8_t>(v);
+                out += AsciiArray(std::vector<int>(bytes.begin(), bytes.end()), indent);
+              }
+            }
             arrayWritten = true;
           } else {
             out += AsciiArray(v, indent);
@@ -290,8 +432,17 @@ struct Reader {
 
 char TypeCode(const Property& property) {
   static constexpr char kCodes[] = {'C', 'Y', 'I', 'L', 'F', 'D', 'S', 'R', 'i', 'l', 'f', 'd', 'b'};
-  static_assert(sizeof(kCodes) == std::variant_size_v<Property>);
+  static_assert(sizeof(kCodes) + 1 == std::variant_size_v<Property>);
+  if (const auto* packed = std::get_if<PackedArray>(&property)) return packed->type;
   return kCodes[property.index()];
+}
+
+PackedArray PackDoubles(std::size_t count, const ChunkFill<double>& fill, const EncodeOptions& options) {
+  return Pack<double>(count, fill, options);
+}
+
+PackedArray PackInts(std::size_t count, const ChunkFill<std::int32_t>& fill, const EncodeOptions& options) {
+  return Pack<std::int32_t>(count, fill, options);
 }
 
 Node& Node::Add(std::string childName, std::vector<Property> props) {
@@ -313,19 +464,18 @@ std::string ObjectName(std::string_view name, std::string_view objectClass) {
 }
 
 std::string EncodeBinary(const std::vector<Node>& top, const EncodeOptions& options) {
-  std::string out(kMagic);
-  Put<std::uint32_t>(out, kVersion);
-  for (const auto& node : top) PutNode(out, node, options);
-  out.append(kNullRecord, '\0');
-  out.append(reinterpret_cast<const char*>(kFooterId.data()), kFooterId.size());
-  // Zero padding to the next 16-byte boundary (a whole 16 bytes when already aligned).
-  const std::size_t pad = 16 - out.size() % 16;
-  out.append(pad, '\0');
-  Put<std::uint32_t>(out, 0);
-  Put<std::uint32_t>(out, kVersion);
-  out.append(120, '\0');
-  out.append(reinterpret_cast<const char*>(kFooterMagic.data()), kFooterMagic.size());
-  return out;
+  std::string bytes;
+  StringSink out{bytes};
+  PutFile(out, top, options);
+  return bytes;
+}
+
+vex::Result<void> WriteBinary(const std::vector<Node>& top, const std::string& path, const EncodeOptions& options) {
+  FileSink out(path);
+  if (!out.Good()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + std::strerror(errno));
+  PutFile(out, top, options);
+  if (!out.Close()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write: " + std::strerror(errno));
+  return {};
 }
 
 std::string EncodeAscii(const std::vector<Node>& top) {

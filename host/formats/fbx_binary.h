@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -25,12 +27,24 @@ struct BoolArray {
   bool operator==(const BoolArray&) const = default;
 };
 
+/// A numeric array already in its stored form, so that the tree of a large scene holds the
+/// compressed bytes rather than the values: `type` is the array's code ('i', 'l', 'f', 'd' or
+/// 'b'), `encoding` 0 for the values as they are (little-endian), 1 for zlib.
+struct PackedArray {
+  char type = 'd';
+  std::uint32_t count = 0;
+  std::uint32_t encoding = 0;
+  std::string bytes;
+  bool operator==(const PackedArray&) const = default;
+};
+
 /// One property of a record. The alternatives map one to one onto the type codes
 /// C (bool), Y (int16), I (int32), L (int64), F (float), D (double), S (string), R (raw) and the
-/// arrays i, l, f, d, b.
+/// arrays i, l, f, d, b (a PackedArray carries its own array code). Decoding never makes a
+/// PackedArray.
 using Property = std::variant<bool, std::int16_t, std::int32_t, std::int64_t, float, double, std::string, Raw,
                               std::vector<std::int32_t>, std::vector<std::int64_t>, std::vector<float>,
-                              std::vector<double>, BoolArray>;
+                              std::vector<double>, BoolArray, PackedArray>;
 
 /// The type code of a property ('C', 'Y', 'I', ...).
 char TypeCode(const Property& property);
@@ -58,10 +72,24 @@ struct EncodeOptions {
   std::size_t compressAbove = 1024;
 };
 
+/// Fills `values` with the array's values from position `first` on.
+template <typename T>
+using ChunkFill = std::function<void(std::size_t first, std::span<T> values)>;
+
+/// `count` values, made by `fill`, in their stored form: compressed when they take more than
+/// `options.compressAbove` bytes (the values live only while they are packed). Safe to call from
+/// several threads at once.
+PackedArray PackDoubles(std::size_t count, const ChunkFill<double>& fill, const EncodeOptions& options = {});
+PackedArray PackInts(std::size_t count, const ChunkFill<std::int32_t>& fill, const EncodeOptions& options = {});
+
 /// The binary file: the 27-byte header (magic, version 7400), the top-level records with 32-bit
 /// offsets, the closing null record and the footer. A record with children, or with neither
 /// properties nor children, ends with the 13-byte null record.
 std::string EncodeBinary(const std::vector<Node>& top, const EncodeOptions& options = {});
+
+/// The same bytes written straight into the file at `path` (created or replaced) through a small
+/// buffer: the file's text is never held whole. FileIO naming the file when it cannot be written.
+vex::Result<void> WriteBinary(const std::vector<Node>& top, const std::string& path, const EncodeOptions& options = {});
 
 /// The same tree as ASCII FBX 7.4 text: "Name: p1, p2 {" ... "}", arrays as "*N { a: ... }",
 /// raw bytes base64-encoded, object names as "<class>::<name>".

@@ -1,6 +1,6 @@
 // The FBX writer: a scene as binary FBX 7.4 (or its ASCII form), built as a record tree and handed
 // to fbx_binary for the bytes. Meshes become Geometry objects (positions as control points, normals
-// and texture coordinates per polygon corner, the material per polygon), nodes Model objects with
+// and texture coordinates per vertex, the material per polygon), nodes Model objects with
 // their local transform as Lcl Translation/Rotation/Scaling, materials Phong surfaces that carry
 // both the current property names (DiffuseColor, EmissiveColor/EmissiveFactor, TransparencyFactor,
 // Opacity, ...) and the legacy ones (Diffuse, Emissive, ...) that older readers look for. Lights
@@ -13,6 +13,7 @@
 #include <fstream>
 #include <map>
 #include <numbers>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -21,6 +22,9 @@
 #include "host/formats/fbx_surface.h"
 #include "host/formats/light_units.h"
 #include "host/images.h"
+
+#include <oneapi/tbb/parallel_for.h>
+#include <oneapi/tbb/parallel_invoke.h>
 
 namespace fs = std::filesystem;
 
@@ -142,6 +146,7 @@ struct Writer {
   const std::string& directory;
   const vex::IPortBundles& bundles;
   bool embed = false;
+  bool ascii = false;
   FbxOutput& written;
 
   Node objects{"Objects", {}, {}};
@@ -156,7 +161,7 @@ struct Writer {
     connections.Add("C", {std::string("OP"), child, parent, property});
   }
 
-  vex::Result<std::int64_t> AddGeometry(const MeshData& mesh, std::size_t index, const std::vector<int>& slots);
+  vex::Result<std::vector<std::int64_t>> AddGeometries(const std::vector<std::vector<int>>& slots);
   vex::Result<std::int64_t> AddMaterial(const MaterialData& material, std::size_t index);
   vex::Result<std::int64_t> AddTexture(const std::string& materialName, const SurfaceTexture& texture);
   std::int64_t AddDefaultMaterial();
@@ -173,7 +178,11 @@ std::string MeshName(const MeshData& mesh, std::size_t index) {
   return mesh.name.empty() ? "mesh_" + std::to_string(index) : mesh.name;
 }
 
-vex::Result<std::int64_t> Writer::AddGeometry(const MeshData& mesh, std::size_t index, const std::vector<int>& slots) {
+/// A mesh's Geometry object. Pure, so that the meshes of a scene are built in parallel; in the
+/// binary form its large arrays are packed (compressed) as they are made, so the tree holds them
+/// only compressed.
+vex::Result<Node> BuildGeometry(const MeshData& mesh, std::size_t index, const std::vector<int>& slots,
+                                std::int64_t id, bool packed) {
   const std::string name = MeshName(mesh, index);
   const std::size_t vertices = mesh.VertexCount();
   if (mesh.positions.size() % 3 != 0 || mesh.indices.size() % 3 != 0)
@@ -186,55 +195,83 @@ vex::Result<std::int64_t> Writer::AddGeometry(const MeshData& mesh, std::size_t 
   const bool hasNormals = mesh.normals.size() == 3 * vertices && vertices > 0;
   const bool hasUvs = mesh.uvs.size() == 2 * vertices && vertices > 0;
 
-  const std::int64_t id = NewId();
-  Node& g = objects.Add("Geometry", {id, fbx::ObjectName(name, "Geometry"), std::string("Mesh")});
+  // Floats widened to the doubles FBX stores; the polygon index marks each triangle's last corner
+  // by its complement.
+  const auto doubles = [&](const std::vector<float>& values) -> Property {
+    if (!packed) return std::vector<double>(values.begin(), values.end());
+    return fbx::PackDoubles(values.size(), [&](std::size_t first, std::span<double> out) {
+      std::copy_n(values.begin() + static_cast<std::ptrdiff_t>(first), out.size(), out.begin());
+    });
+  };
+  const auto polygonIndex = [&](std::size_t first, std::span<std::int32_t> out) {
+    for (std::size_t k = 0; k < out.size(); ++k) {
+      const auto v = static_cast<std::int32_t>(mesh.indices[first + k]);
+      out[k] = (first + k) % 3 == 2 ? -v - 1 : v;
+    }
+  };
+  // The slot of each triangle: the position of its material among the model's materials.
+  std::vector<std::int32_t> perPolygon;
+  if (!slots.empty()) {
+    perPolygon.assign(mesh.TriangleCount(), 0);
+    for (const auto& part : mesh.parts) {
+      const auto slot = std::find(slots.begin(), slots.end(), part.material) - slots.begin();
+      for (std::uint32_t t = part.firstTriangle; t < part.firstTriangle + part.triangleCount && t < perPolygon.size(); ++t)
+        perPolygon[t] = static_cast<std::int32_t>(slot);
+    }
+    if (std::all_of(perPolygon.begin(), perPolygon.end(), [&](auto s) { return s == perPolygon.front(); }))
+      perPolygon.resize(std::min<std::size_t>(perPolygon.size(), 1));
+  }
+
+  // The large arrays, each packed on its own core where there are several.
+  Property vertexArray, cornerArray, normalArray, uvArray;
+  const auto corners = [&] {
+    if (packed) return cornerArray = fbx::PackInts(mesh.indices.size(), polygonIndex), void();
+    std::vector<std::int32_t> values(mesh.indices.size());
+    polygonIndex(0, values);
+    cornerArray = std::move(values);
+  };
+  tbb::parallel_invoke([&] { vertexArray = doubles(mesh.positions); }, corners,
+                       [&] { if (hasNormals) normalArray = doubles(mesh.normals); },
+                       [&] { if (hasUvs) uvArray = doubles(mesh.uvs); });
+
+  Node g{"Geometry", {id, fbx::ObjectName(name, "Geometry"), std::string("Mesh")}, {}};
   g.Add("Properties70");
   g.Add("GeometryVersion", {std::int32_t{124}});
-  g.Add("Vertices", {std::vector<double>(mesh.positions.begin(), mesh.positions.end())});
-  std::vector<std::int32_t> polygonIndex(mesh.indices.begin(), mesh.indices.end());
-  for (std::size_t k = 2; k < polygonIndex.size(); k += 3) polygonIndex[k] = -polygonIndex[k] - 1;  // polygon ends
-  g.Add("PolygonVertexIndex", {std::move(polygonIndex)});
+  g.Add("Vertices", {std::move(vertexArray)});
+  g.Add("PolygonVertexIndex", {std::move(cornerArray)});
 
+  // Normals and texture coordinates are the vertices' own, so they are stored per vertex.
   std::vector<std::string> layers;
   if (hasNormals) {
-    std::vector<double> corners;
-    corners.reserve(mesh.indices.size() * 3);
-    for (const auto i : mesh.indices)
-      for (int c = 0; c < 3; ++c) corners.push_back(mesh.normals[3 * i + static_cast<std::uint32_t>(c)]);
     Node& n = g.Add("LayerElementNormal", {std::int32_t{0}});
     n.Add("Version", {std::int32_t{101}});
     n.Add("Name", {std::string()});
-    n.Add("MappingInformationType", {std::string("ByPolygonVertex")});
+    n.Add("MappingInformationType", {std::string("ByVertice")});
     n.Add("ReferenceInformationType", {std::string("Direct")});
-    n.Add("Normals", {std::move(corners)});
+    n.Add("Normals", {std::move(normalArray)});
     layers.push_back("LayerElementNormal");
   }
   if (hasUvs) {
     Node& uv = g.Add("LayerElementUV", {std::int32_t{0}});
     uv.Add("Version", {std::int32_t{101}});
     uv.Add("Name", {std::string("UVMap")});
-    uv.Add("MappingInformationType", {std::string("ByPolygonVertex")});
-    uv.Add("ReferenceInformationType", {std::string("IndexToDirect")});
-    uv.Add("UV", {std::vector<double>(mesh.uvs.begin(), mesh.uvs.end())});
-    uv.Add("UVIndex", {std::vector<std::int32_t>(mesh.indices.begin(), mesh.indices.end())});
+    uv.Add("MappingInformationType", {std::string("ByVertice")});
+    uv.Add("ReferenceInformationType", {std::string("Direct")});
+    uv.Add("UV", {std::move(uvArray)});
     layers.push_back("LayerElementUV");
   }
   if (!slots.empty()) {
-    // The slot of each triangle: the position of its material among the model's materials.
-    std::vector<std::int32_t> perPolygon(mesh.TriangleCount(), 0);
-    for (const auto& part : mesh.parts) {
-      const auto slot = std::find(slots.begin(), slots.end(), part.material) - slots.begin();
-      for (std::uint32_t t = part.firstTriangle; t < part.firstTriangle + part.triangleCount && t < perPolygon.size(); ++t)
-        perPolygon[t] = static_cast<std::int32_t>(slot);
-    }
-    const bool same = std::all_of(perPolygon.begin(), perPolygon.end(), [&](auto s) { return s == perPolygon.front(); });
     Node& m = g.Add("LayerElementMaterial", {std::int32_t{0}});
     m.Add("Version", {std::int32_t{101}});
     m.Add("Name", {std::string()});
-    m.Add("MappingInformationType", {std::string(same ? "AllSame" : "ByPolygon")});
+    m.Add("MappingInformationType", {std::string(perPolygon.size() == 1 ? "AllSame" : "ByPolygon")});
     m.Add("ReferenceInformationType", {std::string("IndexToDirect")});
-    if (same) perPolygon.resize(std::min<std::size_t>(perPolygon.size(), 1));
-    m.Add("Materials", {std::move(perPolygon)});
+    if (packed)
+      m.Add("Materials", {fbx::PackInts(perPolygon.size(), [&](std::size_t first, std::span<std::int32_t> out) {
+              std::copy_n(perPolygon.begin() + static_cast<std::ptrdiff_t>(first), out.size(), out.begin());
+            })});
+    else
+      m.Add("Materials", {std::move(perPolygon)});
     layers.push_back("LayerElementMaterial");
   }
   Node& layer = g.Add("Layer", {std::int32_t{0}});
@@ -244,8 +281,25 @@ vex::Result<std::int64_t> Writer::AddGeometry(const MeshData& mesh, std::size_t 
     element.Add("Type", {type});
     element.Add("TypedIndex", {std::int32_t{0}});
   }
-  ++counts["Geometry"];
-  return id;
+  return g;
+}
+
+vex::Result<std::vector<std::int64_t>> Writer::AddGeometries(const std::vector<std::vector<int>>& slots) {
+  std::vector<std::int64_t> ids;
+  for (std::size_t i = 0; i < scene.meshes.size(); ++i) ids.push_back(NewId());
+  // Compression is most of a large scene's cost: the meshes are built (and within each, its
+  // arrays packed) on all cores, then added in order.
+  std::vector<std::optional<vex::Result<Node>>> built(scene.meshes.size());
+  tbb::parallel_for(std::size_t{0}, scene.meshes.size(), [&](std::size_t i) {
+    built[i] = BuildGeometry(scene.meshes[i], i, slots[i], ids[i], !ascii);
+  });
+  for (auto& geometry : built) {
+    if (!*geometry) return std::unexpected(std::move(geometry->error()));
+    objects.children.push_back(std::move(**geometry));
+    geometry.reset();
+    ++counts["Geometry"];
+  }
+  return ids;
 }
 
 vex::Result<std::int64_t> Writer::AddTexture(const std::string& materialName, const SurfaceTexture& texture) {
@@ -478,7 +532,6 @@ vex::Result<void> Writer::AddNodes() {
   }
   // The materials each mesh uses, in the order of first use: the model's material slots.
   std::vector<std::vector<int>> slots(scene.meshes.size());
-  std::vector<std::int64_t> geometryIds;
   for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
     const auto& mesh = scene.meshes[i];
     for (const auto& part : mesh.parts) {
@@ -487,9 +540,8 @@ vex::Result<void> Writer::AddNodes() {
                                                              std::to_string(part.material) + " out of range");
       if (std::find(slots[i].begin(), slots[i].end(), part.material) == slots[i].end()) slots[i].push_back(part.material);
     }
-    VEX_ASSIGN(const auto id, AddGeometry(mesh, i, slots[i]));
-    geometryIds.push_back(id);
   }
+  VEX_ASSIGN(const auto geometryIds, AddGeometries(slots));
   std::vector<std::int64_t> nodeIds;
   std::vector<Matrix4> turns;  // each node's AxisTurn: its children are written relative to it
   std::size_t lightsWritten = 0, camerasWritten = 0;
@@ -665,11 +717,15 @@ vex::Result<FbxOutput> WriteFbxFile(const SceneData& scene, const std::string& d
   FbxOutput written;
   const std::string file = stem + ".fbx";
   written.files.push_back(file);
-  Writer writer{scene, directory, bundles, embed, written};
+  Writer writer{scene, directory, bundles, embed, ascii, written};
   VEX_TRY(writer.AddNodes());
   const auto tree = writer.Document();
-  const std::string bytes = ascii ? fbx::EncodeAscii(tree) : fbx::EncodeBinary(tree);
   const fs::path path = fs::path(directory) / file;
+  if (!ascii) {
+    VEX_TRY(fbx::WriteBinary(tree, path.string()));
+    return written;
+  }
+  const std::string bytes = fbx::EncodeAscii(tree);
   std::ofstream out(path, std::ios::binary);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   out.close();

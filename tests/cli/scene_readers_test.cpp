@@ -123,7 +123,39 @@ struct ExpectedNode {
   bool mesh = false, empty = false;
   std::map<std::string, int> triangles;  // material name -> triangle count
   std::array<double, 3> low{}, high{};   // world-space vertex bounds, metres, +Y up
+  // The mesh's own corners (mesh space, v from the bottom of the image), for the moments below.
+  const host::formats::MeshData* data = nullptr;
 };
+
+/// Over a mesh's triangle corners, the means of normal[i] * position[j] (rows 0-2, when it has
+/// normals) and uv[i] * position[j] (rows 3-4, when it has texture coordinates), positions and
+/// normals first passed through `turn` and positions scaled by `scale`: which normal and which
+/// texture coordinate sit at which vertex, as a reader that keeps the mesh's own space shows it.
+using Moments = std::array<std::optional<std::array<double, 3>>, 5>;
+Moments MomentsOf(const host::formats::MeshData& mesh, const Rows& turn, double scale) {
+  const auto turned = [&](const float* v) {
+    std::array<double, 3> out{};
+    for (std::size_t r = 0; r < 3; ++r) out[r] = turn[r][0] * v[0] + turn[r][1] * v[1] + turn[r][2] * v[2];
+    return out;
+  };
+  Moments out;
+  const bool normals = mesh.normals.size() == mesh.positions.size(), uvs = mesh.uvs.size() == 2 * mesh.VertexCount();
+  std::array<std::array<double, 3>, 5> sum{};
+  for (const auto i : mesh.indices) {
+    auto p = turned(&mesh.positions[3 * i]);
+    for (auto& c : p) c *= scale;
+    const auto n = normals ? turned(&mesh.normals[3 * i]) : std::array<double, 3>{};
+    for (std::size_t j = 0; j < 3; ++j) {
+      for (std::size_t r = 0; r < 3; ++r) sum[r][j] += n[r] * p[j];
+      if (uvs)
+        for (std::size_t r = 0; r < 2; ++r) sum[3 + r][j] += mesh.uvs[2 * i + r] * p[j];
+    }
+  }
+  const double corners = static_cast<double>(std::max<std::size_t>(mesh.indices.size(), 1));
+  for (std::size_t r = 0; r < 5; ++r)
+    if (r < 3 ? normals : uvs) out[r] = std::array<double, 3>{sum[r][0] / corners, sum[r][1] / corners, sum[r][2] / corners};
+  return out;
+}
 
 struct ExpectedScene {
   std::vector<ExpectedNode> nodes;
@@ -151,6 +183,7 @@ ExpectedScene Expect(const host::formats::SceneData& scene) {
       for (const auto& part : mesh.parts)
         e.triangles[part.material >= 0 ? scene.materials[static_cast<std::size_t>(part.material)].name : ""] +=
             static_cast<int>(part.triangleCount);
+      e.data = &mesh;
       e.low = {INFINITY, INFINITY, INFINITY};
       e.high = {-INFINITY, -INFINITY, -INFINITY};
       for (std::size_t v = 0; v < mesh.VertexCount(); ++v)
@@ -181,7 +214,7 @@ class SceneReaders : public ::testing::Test {
     if (!bundles) return;
     for (const char* stem : kStems) {
       auto scene = host::formats::ReadFormatFile(File("gltf", stem).string(), *bundles);
-      if (scene) expected[stem] = Expect(*scene);
+      if (scene) expected[stem] = Expect(scenes[stem] = std::move(*scene));
       else readBack += scene.error().message + "\n";
     }
   }
@@ -265,6 +298,7 @@ class SceneReaders : public ::testing::Test {
   static inline fs::path dir;
   static inline Outcome made, blenderRun, threeRun;
   static inline std::map<std::string, Outcome> conversions;
+  static inline std::map<std::string, host::formats::SceneData> scenes;  // what `expected` points into
   static inline std::map<std::string, ExpectedScene> expected;
   static inline std::string readBack;
 };
@@ -328,6 +362,29 @@ TEST_F(SceneReaders, BlenderShowsNamesParentsTransformsMaterialsAndTheCamera) {
         const std::string data = (*object)["data"].is_string() ? (*object)["data"].get<std::string>() : "";
         ASSERT_TRUE(report["meshes"].contains(data)) << data;
         EXPECT_EQ(Counts(report["meshes"][data]["polygon_materials"]), node.triangles);
+        // Normals and texture coordinates at their vertices (Blender keeps custom normals to about
+        // 1e-4). FBX keeps the mesh in its own space, in the file's unit; glTF's importer turns
+        // the mesh itself to +Z up. OBJ's vertices are in world space and are left out here.
+        const Json& mesh = report["meshes"][data];
+        if (std::string(format) != "obj") {
+          const bool fbx = std::string(format) == "fbx";
+          double metres = 1;
+          Rows axes = kIdentity;
+          if (fbx) {
+            ASSERT_TRUE(FbxHeader(stem, metres, axes));
+          }
+          const Moments want = MomentsOf(*node.data, fbx ? kIdentity : kYUpToZUp, fbx ? 1 / metres : 1);
+          if (want[0]) {
+            EXPECT_EQ(mesh["custom_normals"], true);
+          }
+          for (std::size_t r = 0; r < 5; ++r) {
+            if (!want[r]) continue;
+            const Json& got = r < 3 ? mesh["normal_moment"][r] : mesh["uv_moment"][r - 3];
+            for (std::size_t j = 0; j < 3; ++j)
+              EXPECT_NEAR(Num(got[j]), (*want[r])[j], 1e-3 * std::max(1.0, std::abs((*want[r])[j])))
+                  << (r < 3 ? "normal " : "uv ") << r % 3 << " x position " << j;
+          }
+        }
       }
       // No extra meshes or empties.
       std::size_t shown = 0;
@@ -400,6 +457,16 @@ TEST_F(SceneReaders, ThreeJsShowsNamesParentsTransformsMaterialsAndTheCamera) {
           add(*object);
         }
         EXPECT_EQ(triangles, node.triangles);
+        // FBXLoader keeps the mesh in the file's space and unit, with v from the bottom.
+        if (std::string(format) != "fbx") continue;
+        const Moments want = MomentsOf(*node.data, kIdentity, 1 / metres);
+        for (std::size_t r = 0; r < 5; ++r) {
+          if (!want[r]) continue;
+          const Json& got = r < 3 ? (*object)["normalMoment"][r] : (*object)["uvMoment"][r - 3];
+          for (std::size_t j = 0; j < 3; ++j)
+            EXPECT_NEAR(Num(got[j]), (*want[r])[j], 1e-4 * std::max(1.0, std::abs((*want[r])[j])))
+                << (r < 3 ? "normal " : "uv ") << r % 3 << " x position " << j;
+        }
       }
       if (!scene.camera) {
         EXPECT_TRUE(report["cameras"].empty()) << report["cameras"].dump();

@@ -12,7 +12,9 @@
 #              factors of the multiply nodes on the way, and the strength of a Normal Map node;
 #   objects:   name, type, parent, world matrix (rows) and, for a mesh, the world-space bounding
 #              box of its vertices ("bounds": [[min x, y, z], [max x, y, z]]);
-#   meshes:    per mesh the material of every polygon;
+#   meshes:    per mesh the material of every polygon, whether it has custom (imported) normals, and
+#              over its corners the means of normal[i] * position[j] and uv[i] * position[j] (mesh
+#              space): which normal and which texture coordinate sit at which vertex;
 #   lights:    per light object: its data's name, type, colour, energy (watts; W/m^2 for a sun),
 #              spot size and blend, and the object's world matrix;
 #   cameras:   per camera object: its data's name, type, lens (mm), sensor width and height (mm),
@@ -257,11 +259,20 @@ def read(path):
             continue
         mesh = obj.data
         names = [m.name if m else None for m in mesh.materials]
+        mesh.calc_normals_split()
+        loops = max(len(mesh.loops), 1)
+        uv = mesh.uv_layers.active.data if mesh.uv_layers else []
+        co = [mesh.vertices[loop.vertex_index].co for loop in mesh.loops]
         report["meshes"][mesh.name] = {
             "polygons": len(mesh.polygons),
             "polygon_materials": [names[p.material_index] if p.material_index < len(names) else None
                                   for p in mesh.polygons],
             "uv_layers": [layer.name for layer in mesh.uv_layers],
+            "custom_normals": bool(mesh.has_custom_normals),
+            "normal_moment": [[float(sum(loop.normal[i] * co[k][j] for k, loop in enumerate(mesh.loops)) / loops)
+                               for j in range(3)] for i in range(3)],
+            "uv_moment": [[float(sum(c.uv[i] * co[k][j] for k, c in enumerate(uv)) / loops) for j in range(3)]
+                          for i in range(2)] if uv else None,
         }
         images = {}
         for name in names:

@@ -14,7 +14,8 @@
 // vertical), aspect, near, far, zoom.
 // Per object ("objects"): name, parent's name, type, world matrix (rows) and, for a mesh, its
 // material groups ({start, count, material} over the index or vertex order, or one group for the
-// whole geometry when it has none).
+// whole geometry when it has none), and over its corners the means of normal[i] * position[j]
+// ("normalMoment") and uv[i] * position[j] ("uvMoment") in the geometry's own space.
 // Per mesh ("poles"): the UV at its highest and lowest vertex (+Y up, in world space) and, for the
 // colour map, the row that UV samples counted from the top of the image as a fraction of its height
 // (a texture with flipY samples v = 1 at the top row, one without flipY at the bottom row).
@@ -151,6 +152,19 @@ function describeObject(o) {
     const count = g.index ? g.index.count : g.attributes.position.count;
     const groups = g.groups.length ? g.groups : [{ start: 0, count, materialIndex: 0 }];
     out.groups = groups.map((x) => ({ start: x.start, count: x.count, material: list[x.materialIndex ?? 0]?.name ?? null }));
+    const moment = (attribute, size) => {
+      if (!attribute) return null;
+      const sums = Array.from({ length: size }, () => [0, 0, 0]);
+      const position = g.attributes.position;
+      for (let k = 0; k < count; ++k) {
+        const v = g.index ? g.index.getX(k) : k;
+        for (let i = 0; i < size; ++i)
+          for (let j = 0; j < 3; ++j) sums[i][j] += attribute.getComponent(v, i) * position.getComponent(v, j);
+      }
+      return sums.map((row) => row.map((x) => x / Math.max(count, 1)));
+    };
+    out.normalMoment = moment(g.attributes.normal, 3);
+    out.uvMoment = moment(g.attributes.uv, 2);
   }
   return out;
 }
