@@ -3,7 +3,12 @@
 // refusals of damaged files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
 
 #include "host/formats/fbx_binary.h"
 
@@ -120,6 +125,68 @@ TEST(FbxRecords, DamagedFilesAreRefusedWithTheFileAndTheByte) {
   pastParent[27] = '\x7f';
   pastParent[28] = '\x7f';
   refused(pastParent, "ends outside its parent");
+}
+
+}  // namespace
+
+namespace {
+
+TEST(FbxRecords, PackedArraysAndTheStreamedFileMatchTheInMemoryEncoding) {
+  // A tree larger than the file writer's buffer, so that the end offsets of the outer records are
+  // patched into bytes already written; its arrays packed ahead, plain and compressed.
+  std::vector<double> wave(300000);
+  for (std::size_t i = 0; i < wave.size(); ++i) wave[i] = std::sin(static_cast<double>(i) * 0.001) * 100;
+  std::vector<std::int32_t> corners(90000);
+  for (std::size_t i = 0; i < corners.size(); ++i) corners[i] = i % 3 == 2 ? -static_cast<std::int32_t>(i) - 1 : static_cast<std::int32_t>(i);
+  const auto fromWave = [&](std::size_t first, std::span<double> out) { std::copy_n(wave.begin() + first, out.size(), out.begin()); };
+  const auto fromCorners = [&](std::size_t first, std::span<std::int32_t> out) {
+    std::copy_n(corners.begin() + first, out.size(), out.begin());
+  };
+  fbx::Node objects{"Objects", {}, {}};
+  fbx::Node& geometry = objects.Add("Geometry", {std::int64_t{7}, std::string("g")});
+  geometry.Add("Vertices", {fbx::PackDoubles(wave.size(), fromWave)});
+  geometry.Add("PolygonVertexIndex", {fbx::PackInts(corners.size(), fromCorners, {.compressAbove = 0})});
+  geometry.Add("Plain", {wave});
+  geometry.Add("Tiny", {fbx::PackInts(2, [](std::size_t, std::span<std::int32_t> out) { out[0] = 4, out[1] = 5; })});
+  const std::vector<fbx::Node> top{fbx::Node{"Header", {std::string("h")}, {}}, objects, fbx::Node{"Takes", {}, {}}};
+
+  const auto* packed = std::get_if<fbx::PackedArray>(&geometry.children[0].properties[0]);
+  ASSERT_NE(packed, nullptr);
+  EXPECT_EQ(packed->encoding, 1u);
+  EXPECT_LT(packed->bytes.size(), wave.size() * sizeof(double));
+  EXPECT_EQ(fbx::TypeCode(geometry.children[0].properties[0]), 'd');
+  EXPECT_EQ(fbx::TypeCode(geometry.children[1].properties[0]), 'i');
+
+  const std::string bytes = fbx::EncodeBinary(top);
+  ASSERT_GT(bytes.size(), std::size_t{1} << 20);
+  const auto file = std::filesystem::temp_directory_path() / ("fbx_stream_" + std::to_string(getpid()) + ".fbx");
+  ASSERT_TRUE(fbx::WriteBinary(top, file.string()).has_value());
+  std::ifstream in(file, std::ios::binary);
+  const std::string written((std::istreambuf_iterator<char>(in)), {});
+  std::filesystem::remove(file);
+  EXPECT_TRUE(written == bytes) << "the streamed file differs from the in-memory encoding (" << written.size() << " and "
+                                << bytes.size() << " bytes)";
+
+  auto decoded = fbx::DecodeBinary(written, "t.fbx");
+  ASSERT_TRUE(decoded.has_value()) << decoded.error().message;
+  ASSERT_EQ(decoded->size(), 3u);
+  const fbx::Node* g = (*decoded)[1].Find("Geometry");
+  ASSERT_NE(g, nullptr);
+  EXPECT_EQ(std::get<std::vector<double>>(g->Find("Vertices")->properties[0]), wave);
+  EXPECT_EQ(std::get<std::vector<std::int32_t>>(g->Find("PolygonVertexIndex")->properties[0]), corners);
+  EXPECT_EQ(std::get<std::vector<double>>(g->Find("Plain")->properties[0]), wave);
+  EXPECT_EQ(std::get<std::vector<std::int32_t>>(g->Find("Tiny")->properties[0]), (std::vector<std::int32_t>{4, 5}));
+
+  // The ASCII form shows packed arrays by their values.
+  fbx::Node small{"S", {fbx::PackInts(3, [](std::size_t, std::span<std::int32_t> out) { out[0] = 1, out[1] = -2, out[2] = 3; },
+                                      {.compressAbove = 4})},
+                  {}};
+  EXPECT_NE(fbx::EncodeAscii({small}).find("*3 {\n\ta: 1,-2,3\n} "), std::string::npos) << fbx::EncodeAscii({small});
+
+  // An unwritable place is an error naming the file.
+  const auto refused = fbx::WriteBinary(top, "/nonexistent-dir/x.fbx");
+  ASSERT_FALSE(refused.has_value());
+  EXPECT_NE(refused.error().message.find("/nonexistent-dir/x.fbx: cannot write"), std::string::npos) << refused.error().message;
 }
 
 }  // namespace
