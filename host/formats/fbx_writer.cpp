@@ -154,6 +154,14 @@ struct Writer {
   std::map<std::string, int> counts;  // object type -> count, for Definitions
   std::int64_t nextId = 1000000;
   std::set<std::string> textureFiles;
+  /// A texture's image, encoded by WriteTextures: `video` is its Video record among the objects.
+  struct PendingImage {
+    std::size_t video = 0;
+    std::string file, port;
+    vex::TextureBuffer buffer;  // shares the set's pixels
+    bool srgb = false;
+  };
+  std::vector<PendingImage> images;
 
   std::int64_t NewId() { return nextId++; }
   void Connect(std::int64_t child, std::int64_t parent) { connections.Add("C", {std::string("OO"), child, parent}); }
@@ -164,6 +172,8 @@ struct Writer {
   vex::Result<std::vector<std::int64_t>> AddGeometries(const std::vector<std::vector<int>>& slots);
   vex::Result<std::int64_t> AddMaterial(const MaterialData& material, std::size_t index);
   vex::Result<std::int64_t> AddTexture(const std::string& materialName, const SurfaceTexture& texture);
+  /// Encodes the images of the textures added so far and embeds or lists them.
+  vex::Result<void> WriteTextures();
   std::int64_t AddDefaultMaterial();
   std::int64_t AddLight(const LightData& light, const std::string& name);
   std::int64_t AddCamera(const CameraData& camera, const std::string& name);
@@ -302,17 +312,45 @@ vex::Result<std::vector<std::int64_t>> Writer::AddGeometries(const std::vector<s
   return ids;
 }
 
+vex::Result<void> Writer::WriteTextures() {
+  // Image codecs are single-threaded: the files are encoded side by side.
+  std::vector<vex::Result<void>> results(images.size());
+  ForEachImageJob(images.size(), [&](std::size_t i) {
+    ImageWriteOptions options;
+    options.srgb = images[i].srgb;
+    results[i] = WriteImage((fs::path(directory) / images[i].file).string(), images[i].buffer, options);
+  });
+  for (auto& result : results) VEX_TRY(std::move(result));
+  for (const auto& image : images) {
+    if (!embed) {
+      written.files.push_back(image.file);
+      written.textures.emplace_back(image.port, image.file);
+      continue;
+    }
+    const fs::path path = fs::path(directory) / image.file;
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path.string() + ": cannot read back the texture to embed it");
+    objects.children[image.video].Add("Content", {fbx::Raw{bytes.str()}});
+    in.close();
+    std::error_code ec;
+    fs::remove(path, ec);
+  }
+  images.clear();
+  return {};
+}
+
 vex::Result<std::int64_t> Writer::AddTexture(const std::string& materialName, const SurfaceTexture& texture) {
   std::string file = FileSafe(materialName) + "_" + texture.port + ".png";
   for (int n = 2; textureFiles.contains(file); ++n)
     file = FileSafe(materialName) + "_" + texture.port + "_" + std::to_string(n) + ".png";
   textureFiles.insert(file);
-  ImageWriteOptions imageOptions;
-  imageOptions.srgb = texture.srgb;
-  VEX_TRY(WriteImage((fs::path(directory) / file).string(), *texture.buffer, imageOptions));
   const std::string label = materialName + "_" + texture.property;
 
   const std::int64_t videoId = NewId();
+  // The image itself is encoded later with every other (WriteTextures).
+  images.push_back(PendingImage{objects.children.size(), file, texture.port, *texture.buffer, texture.srgb});
   Node& video = objects.Add("Video", {videoId, fbx::ObjectName(label, "Video"), std::string("Clip")});
   video.Add("Type", {std::string("Clip")});
   Node& vprops = video.Add("Properties70");
@@ -320,20 +358,6 @@ vex::Result<std::int64_t> Writer::AddTexture(const std::string& materialName, co
   video.Add("UseMipMap", {std::int32_t{0}});
   video.Add("Filename", {file});
   video.Add("RelativeFilename", {file});
-  if (embed) {
-    const fs::path path = fs::path(directory) / file;
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path.string() + ": cannot read back the texture to embed it");
-    video.Add("Content", {fbx::Raw{bytes.str()}});
-    in.close();
-    std::error_code ec;
-    fs::remove(path, ec);
-  } else {
-    written.files.push_back(file);
-    written.textures.emplace_back(texture.port, file);
-  }
   ++counts["Video"];
 
   const std::int64_t id = NewId();
@@ -530,6 +554,7 @@ vex::Result<void> Writer::AddNodes() {
     VEX_ASSIGN(const auto id, AddMaterial(scene.materials[i], i));
     materialIds.push_back(id);
   }
+  VEX_TRY(WriteTextures());
   // The materials each mesh uses, in the order of first use: the model's material slots.
   std::vector<std::vector<int>> slots(scene.meshes.size());
   for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
