@@ -162,52 +162,63 @@ vex::Result<void> Encode(const std::string& path, const vex::TextureBuffer& buff
     if (!out->write_image(OIIO::TypeDesc::FLOAT, buffer._pixels->Data()))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   } else {
-    // Every byte is written below: no zero-filling first (16 MB for a 2048² texture).
-    const auto bytes = std::make_unique_for_overwrite<unsigned char[]>(count * 4);
     const auto& enc = EncodeTable();
     const float* src = buffer._pixels->Data();
-    // Converted in blocks, with the branches out of the pixel loop; each block notes whether it
-    // saw an alpha below 255 or a pixel that is not grey.
-    std::atomic<bool> translucent{false}, colourful{false};
     const bool srgb = options.srgb;
+    const auto byte = [](float v) {
+      v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
+      return static_cast<unsigned char>(v * 255.f + 0.5f);
+    };
+    const auto encoded = [&](float v) {
+      v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
+      return enc[static_cast<std::size_t>(v * 4096.f + 0.5f)];
+    };
+    const auto colour = [&](float v) { return srgb ? encoded(v) : byte(v); };
+    // First the channels the file needs: an alpha that is 255 everywhere is left out (a quarter
+    // less to encode), and so are green and blue when they equal red everywhere (a grey image: two
+    // thirds less); reading the file gives the same pixels back. Each block notes whether it saw
+    // an alpha below 255 or a pixel that is not grey.
+    std::atomic<bool> translucent{false}, colourful{false};
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, std::size_t(1) << 14),
                       [&](const tbb::blocked_range<std::size_t>& r) {
-                        const auto byte = [](float v) {
-                          v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
-                          return static_cast<unsigned char>(v * 255.f + 0.5f);
-                        };
-                        const auto encoded = [&](float v) {
-                          v = v < 0.f ? 0.f : (v > 1.f ? 1.f : v);
-                          return enc[static_cast<std::size_t>(v * 4096.f + 0.5f)];
-                        };
-                        unsigned char alphaAll = 255;
-                        bool grey = true;
+                        // Compared as floats: equal floats make equal bytes (a pixel whose
+                        // floats differ by less than a byte's step counts as colour: one more
+                        // channel, never a wrong one), and this pass stays cheap.
+                        bool opaque = true, grey = true;
                         for (std::size_t i = r.begin(); i < r.end(); ++i) {
                           const float* p = src + 4 * i;
-                          unsigned char* b = bytes.get() + 4 * i;
-                          if (srgb) {
-                            b[0] = encoded(p[0]), b[1] = encoded(p[1]), b[2] = encoded(p[2]);
-                          } else {
-                            b[0] = byte(p[0]), b[1] = byte(p[1]), b[2] = byte(p[2]);
-                          }
-                          b[3] = byte(p[3]);
-                          alphaAll &= b[3];
-                          grey = grey && b[0] == b[1] && b[1] == b[2];
+                          opaque = opaque && p[3] >= 254.5f / 255.f;
+                          grey = grey && p[0] == p[1] && p[1] == p[2];
                         }
-                        if (alphaAll != 255) translucent.store(true, std::memory_order_relaxed);
+                        if (!opaque) translucent.store(true, std::memory_order_relaxed);
                         if (!grey) colourful.store(true, std::memory_order_relaxed);
                       });
-    // An alpha that is 255 everywhere is left out (a quarter less to encode), and so are green and
-    // blue when they equal red everywhere (a grey image: two thirds less); reading the file gives
-    // the same pixels back.
     const int channels = translucent.load() ? 4 : (colourful.load() ? 3 : 1);
+    // Then the bytes, packed as the file stores them (the encoder takes them without another copy).
+    // Every byte is written: no zero-filling first (up to 16 MB for a 2048² texture).
+    const auto n = static_cast<std::size_t>(channels);
+    const auto bytes = std::make_unique_for_overwrite<unsigned char[]>(count * n);
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, std::size_t(1) << 14),
+                      [&](const tbb::blocked_range<std::size_t>& r) {
+                        unsigned char* b = bytes.get() + r.begin() * n;
+                        const float* p = src + 4 * r.begin();
+                        if (channels == 1) {
+                          for (std::size_t i = r.begin(); i < r.end(); ++i, p += 4) *b++ = colour(p[0]);
+                        } else {
+                          for (std::size_t i = r.begin(); i < r.end(); ++i, p += 4) {
+                            b[0] = colour(p[0]), b[1] = colour(p[1]), b[2] = colour(p[2]);
+                            if (channels == 4) b[3] = byte(p[3]);
+                            b += n;
+                          }
+                        }
+                      });
     OIIO::ImageSpec header(w, h, channels, OIIO::TypeDesc::UINT8);
     header.attribute("png:compressionLevel", options.pngCompression);
     header.attribute("png:filter", options.pngFilter);
     // The bytes already hold straight alpha: without this the writer would divide colour by alpha.
     header.attribute("oiio:UnassociatedAlpha", 1);
     if (!out->open(path, header)) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
-    if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.get(), 4))
+    if (!out->write_image(OIIO::TypeDesc::UINT8, bytes.get()))
       return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
   }
   if (!out->close()) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": " + out->geterror());
