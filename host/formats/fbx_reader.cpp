@@ -7,6 +7,8 @@
 // that does not exist then fails the read). Lights and cameras come from the file's own records (binary files: the
 // NodeAttribute objects and their Properties70, exactly as written), else from what Assimp makes of
 // them; either way their nodes are turned from FBX's light and camera axes onto the scene's -Z.
+// A binary file whose Model transform holds a NaN or an infinity fails naming the node (Assimp
+// would read such a translation as none).
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -353,7 +355,37 @@ class Properties {
 struct Attributes {
   std::map<std::string, LightData> lights;
   std::map<std::string, CameraData> cameras;
+  /// The first Model whose transform holds a number that is not finite (Assimp reads a NaN
+  /// translation as none at all, so it is looked for in the records).
+  std::optional<std::string> nonFinite;
 };
+
+// The properties of a Model that make up its transform.
+const std::set<std::string, std::less<>> kTransformProperties = {
+    "Lcl Translation", "Lcl Rotation",  "Lcl Scaling",   "PreRotation",        "PostRotation",
+    "RotationOffset",  "RotationPivot", "ScalingOffset", "ScalingPivot",       "GeometricTranslation",
+    "GeometricRotation", "GeometricScaling"};
+
+/// Whether a Model's Properties70 give a transform property a value that is not finite.
+bool HasNonFiniteTransform(const fbx::Node& model) {
+  const fbx::Node* props = model.Find("Properties70");
+  if (props == nullptr) return false;
+  for (const auto& p : props->children) {
+    const auto* name = p.properties.empty() ? nullptr : std::get_if<std::string>(&p.properties[0]);
+    if (p.name != "P" || name == nullptr || !kTransformProperties.contains(*name)) continue;
+    for (std::size_t k = 4; k < p.properties.size(); ++k) {
+      const bool finite = std::visit(
+          [](const auto& v) {
+            using T = std::decay_t<decltype(v)>;
+            if constexpr (std::is_floating_point_v<T>) return std::isfinite(v);
+            return true;
+          },
+          p.properties[k]);
+      if (!finite) return true;
+    }
+  }
+  return false;
+}
 
 std::string PlainName(const fbx::Property& property) {
   const auto* text = std::get_if<std::string>(&property);
@@ -411,7 +443,8 @@ CameraData CameraFromRecords(const std::string& name, const Properties& p) {
   return camera;
 }
 
-/// The records of a binary file; nothing for the ASCII form (Assimp's view is used then).
+/// The records of a binary file (lights, cameras, and whether a Model's transform is not
+/// finite); nothing for the ASCII form (Assimp's view is used then).
 Attributes ReadAttributes(const std::string& path, std::vector<std::string>& warnings) {
   Attributes out;
   std::ifstream in(path, std::ios::binary);
@@ -436,7 +469,10 @@ Attributes ReadAttributes(const std::string& path, std::vector<std::string>& war
     const auto* id = std::get_if<std::int64_t>(&object.properties[0]);
     if (id == nullptr) continue;
     if (object.name == "NodeAttribute") attributes[*id] = &object;
-    if (object.name == "Model") models[*id] = PlainName(object.properties[1]);
+    if (object.name == "Model") {
+      models[*id] = PlainName(object.properties[1]);
+      if (!out.nonFinite && HasNonFiniteTransform(object)) out.nonFinite = models[*id];
+    }
   }
   for (const auto& c : connections->children) {
     if (c.properties.size() < 3) continue;
@@ -560,6 +596,8 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
   }
   // Lights and cameras by the name of their node (Assimp names both after the Model).
   const Attributes records = ReadAttributes(path, out.warnings);
+  if (records.nonFinite)
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": node '" + *records.nonFinite + "': its transform is not finite");
   std::map<std::string, const aiLight*, std::less<>> lightOf;
   std::map<std::string, const aiCamera*, std::less<>> cameraOf;
   for (unsigned i = 0; i < scene->mNumLights; ++i) lightOf.emplace(scene->mLights[i]->mName.C_Str(), scene->mLights[i]);
