@@ -7,12 +7,13 @@
 // that does not exist then fails the read). Lights and cameras come from the file's own records (binary files: the
 // NodeAttribute objects and their Properties70, exactly as written), else from what Assimp makes of
 // them; either way their nodes are turned from FBX's light and camera axes onto the scene's -Z.
-// A binary file whose Model transform holds a NaN or an infinity fails naming the node (Assimp
-// would read such a translation as none).
+// A file (binary or ASCII) whose Model transform holds a NaN or an infinity fails naming the
+// node (Assimp would read such a translation as none).
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -22,6 +23,7 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <string_view>
 #include <type_traits>
 #include <variant>
 
@@ -443,13 +445,69 @@ CameraData CameraFromRecords(const std::string& name, const Properties& p) {
   return camera;
 }
 
+/// The first Model of an ASCII file whose transform properties hold a number that is not finite
+/// ("nan", "inf", or one beyond a double): the text is scanned line by line for the Models'
+/// "P:" records, as the binary records are read below.
+std::optional<std::string> NonFiniteInAscii(const std::string& text) {
+  std::size_t start = 0;
+  std::string model;
+  int depth = 0, modelDepth = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string_view line(text.data() + start, end - start);
+    start = end + 1;
+    const std::size_t first = line.find_first_not_of(" \t");
+    if (first == std::string_view::npos || line[first] == ';') continue;
+    line.remove_prefix(first);
+    // The fields of the line, split at commas outside quotes; braces outside quotes change depth.
+    std::vector<std::string_view> fields;
+    bool quoted = false;
+    std::size_t from = 0;
+    const int before = depth;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      if (line[i] == '"') quoted = !quoted;
+      if (quoted) continue;
+      if (line[i] == '{') ++depth;
+      if (line[i] == '}') --depth;
+      if (line[i] == ',') {
+        fields.push_back(line.substr(from, i - from));
+        from = i + 1;
+      }
+    }
+    fields.push_back(line.substr(from));
+    if (line.starts_with("Model:") && fields.size() > 1) {
+      const std::string_view name = fields[1].substr(std::min(fields[1].find_first_not_of(' '), fields[1].size()));
+      constexpr std::string_view kPrefix = "\"Model::";
+      model = name.starts_with(kPrefix) ? std::string(name.substr(kPrefix.size(), name.rfind('"') - kPrefix.size()))
+                                        : std::string(name);
+      modelDepth = before;
+      continue;
+    }
+    if (!model.empty() && depth <= modelDepth) model.clear();
+    if (model.empty() || !line.starts_with("P:") || fields.size() < 5) continue;
+    const std::string_view property = fields[0].substr(fields[0].find('"') + 1);
+    if (!kTransformProperties.contains(property.substr(0, property.find('"')))) continue;
+    for (std::size_t k = 4; k < fields.size(); ++k) {
+      const std::string value(fields[k]);
+      char* parsed = nullptr;
+      const double v = std::strtod(value.c_str(), &parsed);
+      if (parsed != value.c_str() && !std::isfinite(v)) return model;
+    }
+  }
+  return std::nullopt;
+}
+
 /// The records of a binary file (lights, cameras, and whether a Model's transform is not
-/// finite); nothing for the ASCII form (Assimp's view is used then).
+/// finite); for the ASCII form only the transforms (Assimp's view of the rest is used then).
 Attributes ReadAttributes(const std::string& path, std::vector<std::string>& warnings) {
   Attributes out;
   std::ifstream in(path, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) return out;
+  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) {
+    out.nonFinite = NonFiniteInAscii(bytes);
+    return out;
+  }
   auto top = fbx::DecodeBinary(bytes, path);
   if (!top) {
     warnings.push_back("lights and cameras: " + top.error().message + "; Assimp's reading used");

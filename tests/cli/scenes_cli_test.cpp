@@ -128,10 +128,10 @@ class Scenes : public ::testing::Test {
 
   /// Writes the scene with the format's own writer as <dir>/<folder>/<stem>.<suffix>.
   std::string WriteSource(const formats::SceneData& scene, const std::string& format, const std::string& folder,
-                          const std::string& stem = "source") {
+                          const std::string& stem = "source", const formats::WriteOptions& options = {}) {
     host::StagedOutput staged;
     auto written = formats::WriteFormatFile(*formats::FindFormat(format), scene, (dir / folder).string(), stem, bundles,
-                                            {}, staged);
+                                            options, staged);
     EXPECT_TRUE(written) << written.error().message;
     return (dir / folder / written->files.front()).string();
   }
@@ -555,10 +555,22 @@ TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
       << fbxMaterials.output;
   EXPECT_TRUE(fs::exists(dir / "fbx_materials" / "Red.json"));
 
-  // Binary FBX can hold a NaN: the node is named.
+  // FBX can hold a NaN or an infinity, binary and ASCII: the node is named.
   const std::string nan = WriteSource(Scene(false), "fbx", "nan");
   SetTranslationX(nan, "Body", std::numeric_limits<double>::quiet_NaN());
   refused(nan, "node 'Body': its transform is not finite", scene(nan));
+  const std::string ascii = WriteSource(Scene(false), "fbx", "ascii", "source", {.fbxAscii = true});
+  std::string text;
+  {
+    std::ifstream in(ascii, std::ios::binary);
+    text.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  ASSERT_EQ(Tool("convert " + ascii + " --to glb -o " + (dir / "ascii_fine").string()).exit, 0);
+  const std::size_t model = text.find("\"Model::Fin\""), record = text.find("P: \"Lcl Scaling\"", model);
+  ASSERT_NE(record, std::string::npos);
+  text.replace(record, text.find('\n', record) - record, "P: \"Lcl Scaling\", \"Lcl Scaling\", \"\", \"A\", 1, -inf, 1");
+  std::ofstream(ascii, std::ios::binary) << text;
+  refused(ascii, "node 'Fin': its transform is not finite", scene(ascii));
 
   // JSON cannot: a number too large for a double is refused where it stands, in glTF and .vex.
   const fs::path huge = dir / "huge.gltf";

@@ -16,6 +16,7 @@
 #include "host/formats/catalogue.h"
 #include "host/formats/gltf_scene_fixture.h"
 #include "host/formats/scene_bridge.h"
+#include "host/json_text.h"
 #include "host/polygon_object.h"
 #include "host/port_bundles.h"
 #include "host/scene_file.h"
@@ -526,6 +527,23 @@ TEST(SceneFiles, MissingBuffersAndTexturesAreFoundBeforeReading) {
   std::ofstream(dir / "cut.glb", std::ios::binary) << Glb(json, "").substr(0, 40);
   EXPECT_TRUE(formats::CheckReferencedFiles((dir / "cut.glb").string()));
   fs::remove_all(dir);
+}
+
+TEST(SceneFiles, NumbersBeyondADoubleAreRefusedWhereTheyStand) {
+  const auto refused = [](const std::string& text, const std::string& expected) {
+    auto parsed = host::ParseJsonText(text, "s.gltf");
+    ASSERT_FALSE(parsed) << text;
+    EXPECT_EQ(parsed.error().message, expected);
+  };
+  // An element is named when its name comes before the number; keys, indices and nesting count.
+  refused(R"({"nodes": [{"name": "A"}, {"name": "Far", "translation": [0, 1e999, 0]}]})",
+          "s.gltf:1:62: nodes[1] 'Far'.translation[1]: the number 1e999 is beyond the range of a double");
+  refused("{\"nodes\": [{\"matrix\": [[0, -2e308]],\n \"name\": \"Late\"}]}",
+          "s.gltf:1:28: nodes[0].matrix[0][1]: the number -2e308 is beyond the range of a double");
+  refused(R"({"a,[": "x]", "b": {"name": 3, "c": 1E400}})",
+          "s.gltf:1:37: b.c: the number 1E400 is beyond the range of a double");
+  refused("[1e999]", "s.gltf:1:2: [0]: the number 1e999 is beyond the range of a double");
+  EXPECT_TRUE(host::ParseJsonText(R"({"small": 1e-999, "large": 1e308})", "s.gltf"));
 }
 
 TEST(SceneFiles, ReadersRequireTheFilesTheSceneNamesOnlyWhenAsked) {
