@@ -516,6 +516,7 @@ TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
                     {"bufferView": 1, "componentType": 5123, "count": 3, "type": "SCALAR"}]})", bin);
     return file.string();
   };
+  // The buffer case's image is embedded (bytes that are no picture: a warning on either road).
   const std::string embedded = R"([{"bufferView": 1, "mimeType": "image/png"}])";
   const std::string image = glb("image", R"([{"uri": "bricks.png"}])", R"([{"byteLength": 42}])", 0);
   refused(image, "material 'Brick': texture \"bricks.png\" does not exist", scene(image));
@@ -525,6 +526,9 @@ TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
   EXPECT_NE(materials.output.find("warning: " + image + ": material 'Brick': baseColorTexture: image 0"), std::string::npos)
       << materials.output;
   EXPECT_TRUE(fs::exists(dir / "materials" / "Brick.json"));
+  // With the picture there the scene converts.
+  ASSERT_TRUE(host::WriteImage((dir / "glb" / "bricks.png").string(), vex::TextureBuffer::Make(2, 2, {1, 0, 0, 1}), {}));
+  EXPECT_EQ(Tool("convert " + image + " --to fbx -o " + (dir / "fine").string()).exit, 0);
 
   const std::string buffer =
       glb("buffer", embedded, R"([{"byteLength": 42}, {"byteLength": 36, "uri": "wall.bin"}])", 1);
@@ -608,6 +612,10 @@ TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
   refused(bitmap, "material 'Brick': texture \"bricks.png\" does not exist", vexRoads(bitmap));
   const std::string node = vexScene("node", wood, "1");
   refused(node, "material 'Wood': texture \"woods/oak.png\" does not exist", vexRoads(node));
+  fs::create_directories(dir / "woods");
+  ASSERT_TRUE(host::WriteImage((dir / "woods" / "oak.png").string(), vex::TextureBuffer::Make(2, 2, {1, 0, 0, 1}), {}));
+  for (const auto& command : vexRoads(node)) EXPECT_EQ(Tool(command).exit, 0) << command;
+  fs::remove_all(out);
   const std::string far = vexScene("far", "", "1e999");
   unreadable(far, ": objects[0] 'Lost'.parameters.903.vector[0]: the number 1e999 is beyond the range of a double",
              vexRoads(far));
