@@ -228,15 +228,28 @@ struct CloseDocument {
   }
 };
 
-/// A scene file read and checked: the files it names exist, the reader takes it, and what it
-/// holds can be written.
+/// A scene file read and checked: the files it names exist (a missing texture fails the scene
+/// here, where reading a file's materials only warns), the reader takes it, and what it holds can
+/// be written.
 vex::Result<host::formats::SceneData> ReadSceneFile(host::ReferenceHost& host, const std::string& input,
-                                                    const host::formats::ReadOptions& read = {}) {
+                                                    host::formats::ReadOptions read = {}) {
   VEX_TRY(host::formats::CheckReferencedFiles(input));
+  read.requireFiles = true;
   VEX_ASSIGN(host::formats::SceneData scene, host::formats::ReadFormatFile(input, host.bundles(), read));
   VEX_TRY(host::formats::ValidateScene(scene, input));
   scene.name = fs::path(input).stem().string();
   return scene;
+}
+
+/// A .vex scene loaded as a document of the host and checked as a scene file is: the texture
+/// files its materials name exist. The caller closes the document.
+vex::Result<host::Document*> LoadSceneFile(host::ReferenceHost& host, const std::string& input) {
+  VEX_ASSIGN(host::Document * document, LoadScene(host, input));
+  if (auto present = host::formats::CheckDocumentFiles(*document, input); !present) {
+    host.documents().Close(document);
+    return std::unexpected(present.error());
+  }
+  return document;
 }
 
 /// The scene built into a new document of the host and saved with its textures as `path`
@@ -282,7 +295,7 @@ Outcome ConvertScene(host::ReferenceHost& host, std::mutex& moduleLock, const st
     vex::Result<std::size_t> saved = tbb::this_task_arena::isolate([&]() -> vex::Result<std::size_t> {
       std::lock_guard lock(moduleLock);
       if (!vexInput) return SaveSceneAsVex(host, std::move(scene), input, file, outcome.warnings);
-      VEX_ASSIGN(host::Document * document, LoadScene(host, input));
+      VEX_ASSIGN(host::Document * document, LoadSceneFile(host, input));
       CloseDocument close{host, document};
       // The copy's relative file references still find their files from the new folder.
       host::RebaseFileReferences(*document, fs::path(file).parent_path().string());
@@ -307,7 +320,7 @@ Outcome ConvertScene(host::ReferenceHost& host, std::mutex& moduleLock, const st
       return {};
     }
     VEX_ASSIGN(const LightServices services, OpenLightServices());
-    VEX_ASSIGN(host::Document * document, LoadScene(host, input));
+    VEX_ASSIGN(host::Document * document, LoadSceneFile(host, input));
     CloseDocument close{host, document};
     host::formats::DocumentExport how;
     how.row = row;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "host/input_files.h"
 
@@ -10,6 +12,9 @@ namespace host {
 namespace {
 
 std::atomic<int> g_depthLimit{kDefaultJsonDepth};
+
+/// The JSON library's error id for a number too large for its type.
+constexpr int kNumberOverflow = 406;
 
 /// Length of the UTF-8 sequence starting at text[i], or 0 when it is not a valid one
 /// (overlong forms, surrogates and code points above U+10FFFF included).
@@ -81,6 +86,60 @@ std::optional<ScanError> Scan(std::string_view text, int maxDepth) {
     ++i;
   }
   return std::nullopt;
+}
+
+/// Where `offset` lies in the document, as the members and elements that lead to it
+/// ("nodes[0] 'Top'.translation[0]"): an element that is an object is followed by its "name" when
+/// the name comes before the offset. Walks the text again, so it costs nothing until a value is
+/// refused; the text before the offset is JSON (the library read it).
+std::string PlaceOf(std::string_view text, std::size_t offset) {
+  struct Level {
+    bool array = false;
+    std::size_t index = 0;
+    std::string key, name;
+    bool expectKey = true;  ///< objects: the next string is a key
+  };
+  std::vector<Level> levels;
+  std::string lastKey;
+  for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '"') {
+      std::string value;
+      for (++i; i < text.size() && text[i] != '"'; ++i) {
+        if (text[i] == '\\' && i + 1 < text.size()) ++i;
+        value += text[i];
+      }
+      if (levels.empty() || levels.back().array) continue;
+      Level& level = levels.back();
+      if (level.expectKey) {
+        level.key = value;
+        level.expectKey = false;
+      } else if (level.key == "name") {
+        level.name = value;
+      }
+    } else if (c == '{' || c == '[') {
+      levels.push_back(Level{c == '[', 0, {}, {}, true});
+    } else if (c == '}' || c == ']') {
+      if (!levels.empty()) levels.pop_back();
+    } else if (c == ',' && !levels.empty()) {
+      if (levels.back().array)
+        ++levels.back().index;
+      else
+        levels.back().expectKey = true;
+    }
+  }
+  std::string place;
+  for (std::size_t k = 0; k < levels.size(); ++k) {
+    const Level& level = levels[k];
+    if (level.array) {
+      place += "[" + std::to_string(level.index) + "]";
+      if (k + 1 < levels.size() && !levels[k + 1].array && !levels[k + 1].name.empty())
+        place += " '" + levels[k + 1].name + "'";
+    } else if (!level.expectKey || k + 1 < levels.size()) {
+      place += (place.empty() ? "" : ".") + level.key;
+    }
+  }
+  return place;
 }
 
 /// Builds the document through the library's own DOM builder, keeping the position and the token
@@ -158,6 +217,13 @@ vex::Result<nlohmann::ordered_json> ParseJsonText(std::string_view text, const s
   if (ok && !builder.failed) return root;
   // The library's position counts the bytes read, the offending one included.
   const std::size_t offset = builder.position > 0 ? builder.position - 1 : 0;
+  if (builder.id == kNumberOverflow) {
+    // The library stops after the number: the place is where the number starts.
+    const std::size_t start = std::min(text.rfind(builder.lastToken, offset), offset);
+    const std::string place = PlaceOf(text, start);
+    return fail(start, (place.empty() ? "" : place + ": ") + "the number " + builder.lastToken +
+                            " is beyond the range of a double");
+  }
   std::string reason = "not valid JSON: ";
   if (offset >= text.size())
     reason += "unexpected end of text";

@@ -3,13 +3,17 @@
 // (the colour times its factor), the shininess exponent as a roughness, opacity as a grey colour,
 // and every texture loaded at the file's resolution. What the generic model has no port for is
 // named in one warning line per material; a texture that cannot be read is a warning too, and its
-// port keeps its constant. Lights and cameras come from the file's own records (binary files: the
+// port keeps its constant (unless the read requires the files the scene names: a texture file
+// that does not exist then fails the read). Lights and cameras come from the file's own records (binary files: the
 // NodeAttribute objects and their Properties70, exactly as written), else from what Assimp makes of
 // them; either way their nodes are turned from FBX's light and camera axes onto the scene's -Z.
+// A file (binary or ASCII) whose Model transform holds a NaN or an infinity fails naming the
+// node (Assimp would read such a translation as none).
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -19,6 +23,7 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <string_view>
 #include <type_traits>
 #include <variant>
 
@@ -67,6 +72,7 @@ struct MaterialReader {
   const aiMaterial& m;
   const vex::IPortBundles& bundles;
   const ReadOptions& options;
+  const std::string& name;
   vex::ParameterSet& set;
   std::vector<std::string>& losses;
 
@@ -82,28 +88,66 @@ struct MaterialReader {
   }
 
   /// The texture of `type` on `target`, whose constant must be set by then. A texture that cannot
-  /// be found or decoded is a loss, not a failure.
-  void Texture(aiTextureType type, std::string_view target, const char* what) {
+  /// be found or decoded is a loss, not a failure, unless the read requires the scene's files.
+  vex::Result<void> Texture(aiTextureType type, std::string_view target, const char* what) {
     aiString file;
-    if (m.GetTextureCount(type) == 0 || m.GetTexture(type, 0, &file) != aiReturn_SUCCESS) return;
-    Load(file, target, what);
+    if (m.GetTextureCount(type) == 0 || m.GetTexture(type, 0, &file) != aiReturn_SUCCESS) return {};
+    return Load(file, target, what);
   }
   /// A texture on a property that Assimp gives no texture type of its own (it keeps every
   /// connected texture's file under "$raw.<property>|file").
-  bool RawTexture(const std::string& property, std::string_view target) {
+  vex::Result<void> RawTexture(const std::string& property, std::string_view target) {
     aiString file;
-    if (m.Get(("$raw." + property + "|file").c_str(), aiTextureType_UNKNOWN, 0, file) != aiReturn_SUCCESS) return false;
-    Load(file, target, property.c_str());
-    return true;
+    if (m.Get(("$raw." + property + "|file").c_str(), aiTextureType_UNKNOWN, 0, file) != aiReturn_SUCCESS) return {};
+    return Load(file, target, property.c_str());
   }
-  void Load(const aiString& file, std::string_view target, const char* what) {
+  /// Where a texture file the material names is read from: relative to the FBX file, or
+  /// beside it when an absolute path no longer exists (files moved with their textures).
+  std::string Located(const aiString& file) const {
+    std::string named = file.C_Str();
+    std::replace(named.begin(), named.end(), '\\', '/');
+    const fs::path given(named);
+    const fs::path folder = fs::path(path).parent_path();
+    std::error_code ec;
+    const fs::path located = given.is_absolute() ? given : folder / given;
+    if (!fs::exists(located, ec) && given.has_filename()) return (folder / given.filename()).string();
+    return located.string();
+  }
+
+  /// With ReadOptions::requireFiles, every texture file the material names exists, whether its
+  /// port is carried or not (a scene read whole is not written without a file it names).
+  vex::Result<void> RequireFiles() const {
+    if (!options.requireFiles) return {};
+    std::vector<aiString> files;
+    for (int type = aiTextureType_NONE + 1; type <= AI_TEXTURE_TYPE_MAX; ++type)
+      for (unsigned k = 0; k < m.GetTextureCount(static_cast<aiTextureType>(type)); ++k) {
+        aiString file;
+        if (m.GetTexture(static_cast<aiTextureType>(type), k, &file) == aiReturn_SUCCESS) files.push_back(file);
+      }
+    // Textures on properties that have no texture type of their own.
+    for (unsigned i = 0; i < m.mNumProperties; ++i) {
+      const aiMaterialProperty& property = *m.mProperties[i];
+      const std::string key = property.mKey.C_Str();
+      aiString file;
+      if (key.rfind("$raw.", 0) == 0 && key.ends_with("|file") &&
+          m.Get(key.c_str(), property.mSemantic, property.mIndex, file) == aiReturn_SUCCESS)
+        files.push_back(file);
+    }
+    std::error_code ec;
+    for (const auto& file : files)
+      if (file.length > 0 && scene.GetEmbeddedTexture(file.C_Str()) == nullptr && !fs::is_regular_file(Located(file), ec))
+        return std::unexpected(MissingFile(path, MissingTexture(name, file.C_Str())));
+    return {};
+  }
+
+  vex::Result<void> Load(const aiString& file, std::string_view target, const char* what) {
     std::string texturePath;
     fs::path scratch;
     std::error_code ec;
     if (const aiTexture* embedded = scene.GetEmbeddedTexture(file.C_Str())) {
       if (embedded->mHeight != 0) {
         losses.push_back(std::string(what) + " texture: uncompressed embedded image not read");
-        return;
+        return {};
       }
       std::random_device random;
       scratch = fs::temp_directory_path() /
@@ -112,14 +156,7 @@ struct MaterialReader {
       stream.write(reinterpret_cast<const char*>(embedded->pcData), static_cast<std::streamsize>(embedded->mWidth));
       texturePath = scratch.string();
     } else {
-      std::string name = file.C_Str();
-      std::replace(name.begin(), name.end(), '\\', '/');
-      const fs::path named(name);
-      texturePath = (named.is_absolute() ? named : fs::path(path).parent_path() / named).string();
-      // Files moved with their textures: an absolute path that no longer exists is looked for
-      // beside the FBX file.
-      if (!fs::exists(texturePath, ec) && named.has_filename())
-        texturePath = (fs::path(path).parent_path() / named.filename()).string();
+      texturePath = Located(file);
     }
     auto texture = ReadPortTexture(path, texturePath, bundles, port::kId, target);
     if (!scratch.empty()) fs::remove(scratch, ec);
@@ -127,7 +164,7 @@ struct MaterialReader {
       losses.push_back(std::string(what) + " texture " + file.C_Str() + " cannot be read (" +
                        (fs::exists(texturePath, ec) ? Shortened(texture.error().message) : std::string("no such file")) +
                        "), so its constant is used");
-      return;
+      return {};
     }
     if (options.textureSize > 0) {
       const auto w = texture->_dimensions.width, h = texture->_dimensions.height;
@@ -148,30 +185,32 @@ struct MaterialReader {
       entry = set.Find(target);
     }
     entry->texture = std::move(*texture);
+    return {};
   }
 
-  void Read() {
+  vex::Result<void> Read() {
+    VEX_TRY(RequireFiles());
     const auto diffuse = Color(AI_MATKEY_COLOR_DIFFUSE);
     set.SetConstant(port::diffuseColor, diffuse ? vex::Color{diffuse->r, diffuse->g, diffuse->b} : vex::Color{0.8, 0.8, 0.8});
-    Texture(aiTextureType_DIFFUSE, port::diffuseColor, "DiffuseColor");
+    VEX_TRY(Texture(aiTextureType_DIFFUSE, port::diffuseColor, "DiffuseColor"));
 
     const auto emissive = Color(AI_MATKEY_COLOR_EMISSIVE).value_or(aiColor3D(0, 0, 0));
     set.SetConstant(port::emissiveColor, vex::Color{emissive.r, emissive.g, emissive.b});
     set.SetConstant(port::emissiveFactor, 1.0);
-    Texture(aiTextureType_EMISSIVE, port::emissiveColor, "EmissiveColor");
+    VEX_TRY(Texture(aiTextureType_EMISSIVE, port::emissiveColor, "EmissiveColor"));
 
     const auto specular = Color(AI_MATKEY_COLOR_SPECULAR).value_or(aiColor3D(0, 0, 0));
     set.SetConstant(port::specularColor, vex::Color{specular.r, specular.g, specular.b});
     set.SetConstant(port::specularFactor, Number(AI_MATKEY_SHININESS_STRENGTH).value_or(1.0));
-    Texture(aiTextureType_SPECULAR, port::specularColor, "SpecularColor");
+    VEX_TRY(Texture(aiTextureType_SPECULAR, port::specularColor, "SpecularColor"));
 
     const double opacity = std::clamp(Number(AI_MATKEY_OPACITY).value_or(1.0), 0.0, 1.0);
     set.SetConstant(port::opacityColor, vex::Color{opacity, opacity, opacity});
-    Texture(aiTextureType_OPACITY, port::opacityColor, "TransparentColor");
+    VEX_TRY(Texture(aiTextureType_OPACITY, port::opacityColor, "TransparentColor"));
 
     if (const auto exponent = Number(AI_MATKEY_SHININESS))
       set.SetConstant(port::shininess, RoughnessFromShininess(*exponent));
-    Texture(aiTextureType_SHININESS, port::shininess, "ShininessExponent");
+    VEX_TRY(Texture(aiTextureType_SHININESS, port::shininess, "ShininessExponent"));
 
     // A reflection only counts with a colour: the factor alone is the exporters' default.
     const auto reflective = Color(AI_MATKEY_COLOR_REFLECTIVE).value_or(aiColor3D(0, 0, 0));
@@ -181,7 +220,7 @@ struct MaterialReader {
     aiString unused;
     if (m.Get("$raw.ReflectionFactor|file", aiTextureType_UNKNOWN, 0, unused) == aiReturn_SUCCESS) {
       if (!set.Has(port::reflectionFactor)) set.SetConstant(port::reflectionFactor, 1.0);
-      RawTexture("ReflectionFactor", port::reflectionFactor);
+      VEX_TRY(RawTexture("ReflectionFactor", port::reflectionFactor));
     }
     if (reflectivity > 0.0 && reflects && reflective != specular)
       losses.push_back("ReflectionColor: the generic model reflects the specular colour; the reflection's own colour is left out");
@@ -222,6 +261,7 @@ struct MaterialReader {
       for (const auto& name : unread) list += (list.empty() ? "" : ", ") + name;
       losses.push_back("not carried: " + list);
     }
+    return {};
   }
 };
 
@@ -317,7 +357,37 @@ class Properties {
 struct Attributes {
   std::map<std::string, LightData> lights;
   std::map<std::string, CameraData> cameras;
+  /// The first Model whose transform holds a number that is not finite (Assimp reads a NaN
+  /// translation as none at all, so it is looked for in the records).
+  std::optional<std::string> nonFinite;
 };
+
+// The properties of a Model that make up its transform.
+const std::set<std::string, std::less<>> kTransformProperties = {
+    "Lcl Translation", "Lcl Rotation",  "Lcl Scaling",   "PreRotation",        "PostRotation",
+    "RotationOffset",  "RotationPivot", "ScalingOffset", "ScalingPivot",       "GeometricTranslation",
+    "GeometricRotation", "GeometricScaling"};
+
+/// Whether a Model's Properties70 give a transform property a value that is not finite.
+bool HasNonFiniteTransform(const fbx::Node& model) {
+  const fbx::Node* props = model.Find("Properties70");
+  if (props == nullptr) return false;
+  for (const auto& p : props->children) {
+    const auto* name = p.properties.empty() ? nullptr : std::get_if<std::string>(&p.properties[0]);
+    if (p.name != "P" || name == nullptr || !kTransformProperties.contains(*name)) continue;
+    for (std::size_t k = 4; k < p.properties.size(); ++k) {
+      const bool finite = std::visit(
+          [](const auto& v) {
+            using T = std::decay_t<decltype(v)>;
+            if constexpr (std::is_floating_point_v<T>) return std::isfinite(v);
+            return true;
+          },
+          p.properties[k]);
+      if (!finite) return true;
+    }
+  }
+  return false;
+}
 
 std::string PlainName(const fbx::Property& property) {
   const auto* text = std::get_if<std::string>(&property);
@@ -375,12 +445,69 @@ CameraData CameraFromRecords(const std::string& name, const Properties& p) {
   return camera;
 }
 
-/// The records of a binary file; nothing for the ASCII form (Assimp's view is used then).
+/// The first Model of an ASCII file whose transform properties hold a number that is not finite
+/// ("nan", "inf", or one beyond a double): the text is scanned line by line for the Models'
+/// "P:" records, as the binary records are read below.
+std::optional<std::string> NonFiniteInAscii(const std::string& text) {
+  std::size_t start = 0;
+  std::string model;
+  int depth = 0, modelDepth = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string_view line(text.data() + start, end - start);
+    start = end + 1;
+    const std::size_t first = line.find_first_not_of(" \t");
+    if (first == std::string_view::npos || line[first] == ';') continue;
+    line.remove_prefix(first);
+    // The fields of the line, split at commas outside quotes; braces outside quotes change depth.
+    std::vector<std::string_view> fields;
+    bool quoted = false;
+    std::size_t from = 0;
+    const int before = depth;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      if (line[i] == '"') quoted = !quoted;
+      if (quoted) continue;
+      if (line[i] == '{') ++depth;
+      if (line[i] == '}') --depth;
+      if (line[i] == ',') {
+        fields.push_back(line.substr(from, i - from));
+        from = i + 1;
+      }
+    }
+    fields.push_back(line.substr(from));
+    if (line.starts_with("Model:") && fields.size() > 1) {
+      const std::string_view name = fields[1].substr(std::min(fields[1].find_first_not_of(' '), fields[1].size()));
+      constexpr std::string_view kPrefix = "\"Model::";
+      model = name.starts_with(kPrefix) ? std::string(name.substr(kPrefix.size(), name.rfind('"') - kPrefix.size()))
+                                        : std::string(name);
+      modelDepth = before;
+      continue;
+    }
+    if (!model.empty() && depth <= modelDepth) model.clear();
+    if (model.empty() || !line.starts_with("P:") || fields.size() < 5) continue;
+    const std::string_view property = fields[0].substr(fields[0].find('"') + 1);
+    if (!kTransformProperties.contains(property.substr(0, property.find('"')))) continue;
+    for (std::size_t k = 4; k < fields.size(); ++k) {
+      const std::string value(fields[k]);
+      char* parsed = nullptr;
+      const double v = std::strtod(value.c_str(), &parsed);
+      if (parsed != value.c_str() && !std::isfinite(v)) return model;
+    }
+  }
+  return std::nullopt;
+}
+
+/// The records of a binary file (lights, cameras, and whether a Model's transform is not
+/// finite); for the ASCII form only the transforms (Assimp's view of the rest is used then).
 Attributes ReadAttributes(const std::string& path, std::vector<std::string>& warnings) {
   Attributes out;
   std::ifstream in(path, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) return out;
+  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) {
+    out.nonFinite = NonFiniteInAscii(bytes);
+    return out;
+  }
   auto top = fbx::DecodeBinary(bytes, path);
   if (!top) {
     warnings.push_back("lights and cameras: " + top.error().message + "; Assimp's reading used");
@@ -400,7 +527,10 @@ Attributes ReadAttributes(const std::string& path, std::vector<std::string>& war
     const auto* id = std::get_if<std::int64_t>(&object.properties[0]);
     if (id == nullptr) continue;
     if (object.name == "NodeAttribute") attributes[*id] = &object;
-    if (object.name == "Model") models[*id] = PlainName(object.properties[1]);
+    if (object.name == "Model") {
+      models[*id] = PlainName(object.properties[1]);
+      if (!out.nonFinite && HasNonFiniteTransform(object)) out.nonFinite = models[*id];
+    }
   }
   for (const auto& c : connections->children) {
     if (c.properties.size() < 3) continue;
@@ -498,8 +628,8 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
     vex::ParameterSet set;
     VEX_TRY(set.Tag(vex::Id(port::kId)));
     std::vector<std::string> losses;
-    MaterialReader reader{path, *scene, m, bundles, options, set, losses};
-    reader.Read();
+    MaterialReader reader{path, *scene, m, bundles, options, materialName, set, losses};
+    VEX_TRY(reader.Read());
     if (!losses.empty()) {
       std::string line = "material '" + materialName + "': ";
       for (std::size_t k = 0; k < losses.size(); ++k) line += (k > 0 ? "; " : "") + losses[k];
@@ -524,6 +654,8 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
   }
   // Lights and cameras by the name of their node (Assimp names both after the Model).
   const Attributes records = ReadAttributes(path, out.warnings);
+  if (records.nonFinite)
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": node '" + *records.nonFinite + "': its transform is not finite");
   std::map<std::string, const aiLight*, std::less<>> lightOf;
   std::map<std::string, const aiCamera*, std::less<>> cameraOf;
   for (unsigned i = 0; i < scene->mNumLights; ++i) lightOf.emplace(scene->mLights[i]->mName.C_Str(), scene->mLights[i]);

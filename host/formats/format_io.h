@@ -36,6 +36,13 @@ struct ReadOptions {
   /// 0 keeps every texture at the file's resolution and aspect; otherwise the longer side is
   /// fitted to this size.
   int textureSize = 0;
+  /// Every file the scene names beside itself (a texture, a material library, a buffer) must
+  /// exist: a missing one fails the read with one line naming the file and the object
+  /// ("<file>: material 'Brick': texture "bricks.png" does not exist"). Off, a missing texture is
+  /// a warning and its port keeps the constant. Reading a whole scene sets it (a scene that
+  /// claims to be whole is not written without a part of it); reading a file's materials leaves
+  /// it off (a material without its picture is still worth having).
+  bool requireFiles = false;
 };
 
 // Writers take a scene whose materials are in one of the format's bundles and write

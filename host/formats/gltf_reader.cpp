@@ -2,7 +2,8 @@
 // of the file. Materials become sets of the glTF bundle with their textures decoded at the file's
 // own size (or fitted when asked); a texture's sampler and KHR_texture_transform go onto its entry
 // as properties. What a set cannot say is named in one warning line per material, and a texture
-// that cannot be read is such a loss, not a failure: its port keeps the factor alone.
+// that cannot be read is such a loss, not a failure: its port keeps the factor alone (unless the
+// read requires the files the scene names: an image file that does not exist then fails it).
 //
 // Images are decoded by the host's image reader, not by tinygltf: files by their URI, embedded
 // images (data URIs and GLB buffer views) through a scratch file. Texture coordinates come in as
@@ -24,6 +25,7 @@
 #include "host/formats/gltf_bridge.h"
 #include "host/formats/gltf_io.h"
 #include "host/formats/gltf_vocabulary.h"
+#include "host/formats/readers.h"
 #include "host/images.h"
 #include "host/input_checks.h"
 #include "host/input_files.h"
@@ -91,6 +93,7 @@ Matrix4 Compose(const tinygltf::Node& node) {
 struct Decoded {
   std::optional<vex::TextureBuffer> texture;
   std::string problem;
+  bool missing = false;  ///< the image's file does not exist
 };
 
 class Reader {
@@ -218,6 +221,8 @@ class Reader {
     if (!image.uri.empty() && image.image.empty()) {
       const fs::path file = fs::path(path_).parent_path() / UriDecoded(image.uri);
       if (auto readable = CheckInputFile(file.string()); !readable) {
+        std::error_code ec;
+        out.missing = !fs::exists(file, ec);
         out.problem = label + " " + readable.error().message;
         return out;
       }
@@ -260,19 +265,22 @@ class Reader {
 
   /// The port's texture entry from a texture reference; losses name what the entry cannot say.
   template <class Info>
-  void Texture(vex::ParameterSet& set, std::string_view portName, const Info& info, std::vector<std::string>& losses) {
-    if (info.index < 0) return;
+  vex::Result<void> Texture(const std::string& material, vex::ParameterSet& set, std::string_view portName,
+                            const Info& info, std::vector<std::string>& losses) {
+    if (info.index < 0) return {};
     const bool color = IsColor(portName);
     const std::string name(portName);
     const int source = Source(info.index);
     if (source < 0) {
       losses.push_back(name + ": texture " + std::to_string(info.index) + " has no image it can read");
-      return;
+      return {};
     }
     const Decoded& decoded = decoded_.at({source, color});
+    if (decoded.missing && options_.requireFiles)
+      return std::unexpected(MissingFile(path_, MissingTexture(material, model_.images[static_cast<std::size_t>(source)].uri)));
     if (!decoded.texture) {
       losses.push_back(name + ": " + decoded.problem + "; the factor stands alone");
-      return;
+      return {};
     }
     // The entry's constant is the bundle's default for the port (what it reads where the texture
     // is not there).
@@ -324,6 +332,7 @@ class Reader {
       losses.push_back(name + " texture extension " + extension + " not carried");
     }
     set.Set(portName, std::move(entry));
+    return {};
   }
 
   vex::Result<void> ReadMaterial(std::size_t i) {
@@ -336,19 +345,19 @@ class Reader {
     if (pbr.baseColorFactor.size() == 4)
       set->SetConstant(port::baseColorFactor, vex::ColorA{pbr.baseColorFactor[0], pbr.baseColorFactor[1],
                                                           pbr.baseColorFactor[2], pbr.baseColorFactor[3]});
-    Texture(*set, port::baseColorTexture, pbr.baseColorTexture, losses);
+    VEX_TRY(Texture(material.name, *set, port::baseColorTexture, pbr.baseColorTexture, losses));
     set->SetConstant(port::alphaMode, m.alphaMode.empty() ? std::string("OPAQUE") : m.alphaMode);
     if (m.alphaMode == "MASK") set->SetConstant(port::alphaCutoff, m.alphaCutoff);
     set->SetConstant(port::metallicFactor, pbr.metallicFactor);
     set->SetConstant(port::roughnessFactor, pbr.roughnessFactor);
-    Texture(*set, port::metallicRoughnessTexture, pbr.metallicRoughnessTexture, losses);
+    VEX_TRY(Texture(material.name, *set, port::metallicRoughnessTexture, pbr.metallicRoughnessTexture, losses));
     if (m.emissiveFactor.size() == 3)
       set->SetConstant(port::emissiveFactor, vex::Color{m.emissiveFactor[0], m.emissiveFactor[1], m.emissiveFactor[2]});
-    Texture(*set, port::emissiveTexture, m.emissiveTexture, losses);
+    VEX_TRY(Texture(material.name, *set, port::emissiveTexture, m.emissiveTexture, losses));
     if (m.normalTexture.index >= 0) set->SetConstant(port::normalScale, m.normalTexture.scale);
-    Texture(*set, port::normalTexture, m.normalTexture, losses);
+    VEX_TRY(Texture(material.name, *set, port::normalTexture, m.normalTexture, losses));
     if (m.occlusionTexture.index >= 0) set->SetConstant(port::occlusionStrength, m.occlusionTexture.strength);
-    Texture(*set, port::occlusionTexture, m.occlusionTexture, losses);
+    VEX_TRY(Texture(material.name, *set, port::occlusionTexture, m.occlusionTexture, losses));
     for (const auto& [name, value] : m.extensions) {
       if (name == vocab::kEmissiveStrengthExtension) {
         if (value.Get(std::string(port::emissiveStrength)).IsNumber())

@@ -2,7 +2,8 @@
 // one part per "usemtl" run, one node per "o"/"g") and every MTL statement, each either carried
 // into a port of the OBJ bundle or named in the material's warning line. The parser is the
 // project's own so that it knows every statement it meets (a library reader drops what it does
-// not know without saying so).
+// not know without saying so). A texture or material library that is not there is a warning, or
+// a failure when the read requires the files the scene names.
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -107,6 +108,7 @@ void SelectChannel(vex::TextureBuffer& texture, std::string_view channel) {
 }
 
 struct MaterialReader {
+  const std::string& objPath;  ///< the OBJ file whose library this is (messages name it)
   const std::string& mtlPath;
   const vex::IPortBundles& bundles;
   const ReadOptions& options;
@@ -183,7 +185,19 @@ struct MaterialReader {
     return {};
   }
 
+  /// With ReadOptions::requireFiles, every texture file the material names exists, whether its
+  /// port is carried or not.
+  vex::Result<void> RequireFiles() const {
+    if (!options.requireFiles) return {};
+    std::error_code ec;
+    for (const auto& [key, map] : maps)
+      if (!map.file.empty() && !fs::is_regular_file(fs::path(mtlPath).parent_path() / map.file, ec))
+        return std::unexpected(MissingFile(objPath, MissingTexture(name, map.file)));
+    return {};
+  }
+
   vex::Result<void> Build() {
+    VEX_TRY(RequireFiles());
     VEX_TRY(Port(obj::diffuse_color, "Kd", "map_Kd", true));
     VEX_TRY(Port(obj::specular_color, "Ks", "map_Ks", true));
     VEX_TRY(Port(obj::emissive_color, "Ke", "map_Ke", true));
@@ -243,9 +257,15 @@ struct MaterialReader {
   }
 };
 
-vex::Result<std::vector<MaterialReader>> ReadMtl(const std::string& path, const vex::IPortBundles& bundles,
+/// The materials of the library `library` that the OBJ file `objPath` names (`path` is where it
+/// was looked for).
+vex::Result<std::vector<MaterialReader>> ReadMtl(const std::string& objPath, const std::string& library,
+                                                 const std::string& path, const vex::IPortBundles& bundles,
                                                  const ReadOptions& options, std::vector<std::string>& warnings) {
   std::vector<MaterialReader> out;
+  std::error_code ec;
+  if (options.requireFiles && !fs::is_regular_file(path, ec))
+    return std::unexpected(MissingFile(objPath, "material library \"" + library + "\""));
   auto text = ReadWhole(path);
   if (!text) {
     warnings.push_back(path + ": material library cannot be read (" + text.error().message + ")");
@@ -261,7 +281,7 @@ vex::Result<std::vector<MaterialReader>> ReadMtl(const std::string& path, const 
     if (t.empty()) continue;
     const std::string key(t[0]);
     if (key == "newmtl") {
-      MaterialReader m{path, bundles, options, {}, vex::ParameterSet(vex::Id(obj::kId)), {}, {}, {}};
+      MaterialReader m{objPath, path, bundles, options, {}, vex::ParameterSet(vex::Id(obj::kId)), {}, {}, {}};
       for (std::size_t i = 1; i < t.size(); ++i) m.name += (i > 1 ? " " : "") + std::string(t[i]);
       if (m.name.empty()) m.name = "material_" + std::to_string(out.size());
       out.push_back(std::move(m));
@@ -450,7 +470,7 @@ vex::Result<SceneData> ReadObj(const std::string& path, const vex::IPortBundles&
       for (std::size_t i = 1; i < t.size(); ++i) file += (i > 1 ? " " : "") + std::string(t[i]);
       std::replace(file.begin(), file.end(), '\\', '/');
       const std::string mtl = (fs::path(path).parent_path() / file).string();
-      VEX_ASSIGN(auto materials, ReadMtl(mtl, bundles, options, scene.warnings));
+      VEX_ASSIGN(auto materials, ReadMtl(path, file, mtl, bundles, options, scene.warnings));
       for (auto& m : materials) {
         if (b.materialIndex.contains(m.name)) continue;
         b.materialIndex[m.name] = static_cast<int>(scene.materials.size());

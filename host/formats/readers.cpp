@@ -26,6 +26,14 @@ vex::Result<vex::TextureBuffer> ReadPortTexture(const std::string& materialFile,
   return texture;
 }
 
+vex::Error MissingFile(const std::string& file, const std::string& what) {
+  return VEX_ERROR(vex::ErrorKind::FileIO, file + ": " + what + " does not exist");
+}
+
+std::string MissingTexture(const std::string& material, const std::string& texture) {
+  return "material '" + material + "': texture \"" + texture + "\"";
+}
+
 double RoughnessFromPhong(double exponent) {
   if (!(exponent > 0.0)) return 1.0;
   return std::clamp(std::pow(2.0 / (exponent + 2.0), 0.25), 0.0, 1.0);

@@ -13,6 +13,7 @@
 #include <sstream>
 #include <unordered_map>
 
+#include "host/formats/readers.h"
 #include "host/input_files.h"
 #include "host/json_codec.h"
 #include "host/material_exchange.h"
@@ -639,10 +640,8 @@ bool Present(const fs::path& file) {
   return fs::is_regular_file(file, ec);
 }
 
-#define MISSING_FILE(path, what) VEX_ERROR(vex::ErrorKind::FileIO, (path) + ": " + (what) + " does not exist")
-
-vex::Result<void> CheckGltfFiles(const std::string& path) {
-  VEX_ASSIGN(const std::string text, ReadInputFile(path));
+/// The buffers and images of a glTF's JSON (the whole .gltf, or a GLB's JSON chunk).
+vex::Result<void> CheckGltfFiles(const std::string& path, const std::string& text) {
   VEX_ASSIGN(const json_codec::Json root, json_codec::Parse(text, path));
   if (!root.is_object()) return {};  // the reader says what is wrong with it
   const fs::path folder = fs::path(path).parent_path();
@@ -681,7 +680,7 @@ vex::Result<void> CheckGltfFiles(const std::string& path) {
         }
       }
     }
-    return std::unexpected(MISSING_FILE(path, user + "buffer " + std::to_string(b) + " \"" + u + "\""));
+    return std::unexpected(detail::MissingFile(path, user + "buffer " + std::to_string(b) + " \"" + u + "\""));
   }
   const auto images = list("images"), textures = list("textures"), materials = list("materials");
   for (std::size_t i = 0; i < images.size(); ++i) {
@@ -702,52 +701,31 @@ vex::Result<void> CheckGltfFiles(const std::string& path) {
         for (const auto& [k, v] : j->items()) stack.push_back(&v);
       }
     }
-    return std::unexpected(MISSING_FILE(path, user + "texture \"" + u + "\""));
+    return std::unexpected(detail::MissingFile(path, user + "texture \"" + u + "\""));
   }
   return {};
 }
 
-std::string Trimmed(std::string s) {
-  while (!s.empty() && (s.back() == '\r' || s.back() == ' ' || s.back() == '\t')) s.pop_back();
-  std::size_t start = 0;
-  while (start < s.size() && (s[start] == ' ' || s[start] == '\t')) ++start;
-  return s.substr(start);
-}
-
-vex::Result<void> CheckObjFiles(const std::string& path) {
-  // Line by line from the file: the text of a large scene is not held here.
+/// A GLB's JSON chunk, read without the binary chunk after it; empty when the file is not a GLB
+/// the reader could take (the reader says why).
+vex::Result<std::string> GlbJson(const std::string& path) {
   VEX_TRY(CheckInputFile(path));
-  std::ifstream lines(path, std::ios::binary);
-  if (!lines) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open: " + OsErrorText(errno));
-  const fs::path folder = fs::path(path).parent_path();
-  std::string line;
-  while (std::getline(lines, line)) {
-    const std::size_t first = line.find_first_not_of(" \t");
-    if (first == std::string::npos || line.compare(first, 6, "mtllib") != 0) continue;
-    line = Trimmed(line);
-    if (line.size() < 7 || (line[6] != ' ' && line[6] != '\t')) continue;
-    const std::string library = Trimmed(line.substr(7));
-    const fs::path file = folder / library;
-    if (!Present(file)) return std::unexpected(MISSING_FILE(path, "material library \"" + library + "\""));
-    VEX_ASSIGN(const std::string mtl, ReadInputFile(file.string()));
-    std::istringstream statements(mtl);
-    std::string statement, material;
-    while (std::getline(statements, statement)) {
-      statement = Trimmed(statement);
-      const std::size_t space = statement.find_first_of(" \t");
-      if (space == std::string::npos) continue;
-      const std::string keyword = statement.substr(0, space);
-      if (keyword == "newmtl") material = Trimmed(statement.substr(space + 1));
-      if (keyword.rfind("map_", 0) != 0 && keyword != "bump" && keyword != "disp" && keyword != "norm") continue;
-      // The file name is the last word; options come before it.
-      const std::string rest = Trimmed(statement.substr(space + 1));
-      const std::size_t last = rest.find_last_of(" \t");
-      const std::string texture = last == std::string::npos ? rest : rest.substr(last + 1);
-      if (!texture.empty() && !Present(file.parent_path() / texture))
-        return std::unexpected(MISSING_FILE(path, "material " + Quoted(material) + ": texture \"" + texture + "\""));
-    }
-  }
-  return {};
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot open: " + OsErrorText(errno));
+  std::array<unsigned char, 20> header{};
+  if (!in.read(reinterpret_cast<char*>(header.data()), header.size())) return std::string();
+  const auto word = [&](std::size_t at) {
+    std::uint32_t v = 0;
+    for (std::size_t k = 0; k < 4; ++k) v |= static_cast<std::uint32_t>(header[at + k]) << (8 * k);
+    return v;
+  };
+  if (std::memcmp(header.data(), "glTF", 4) != 0 || word(16) != 0x4E4F534Au) return std::string();
+  const std::uint32_t length = word(12);
+  std::error_code ec;
+  if (length > fs::file_size(path, ec) - header.size() || ec) return std::string();  // longer than the file
+  std::string json(length, '\0');
+  if (!in.read(json.data(), static_cast<std::streamsize>(length))) return std::string();
+  return json;
 }
 
 std::string Lower(std::string s) {
@@ -902,8 +880,32 @@ void ConvertFrameFor(SceneData& scene, const FormatRow& row) {
 
 vex::Result<void> CheckReferencedFiles(const std::string& path) {
   const std::string suffix = Lower(fs::path(path).extension().string());
-  if (suffix == ".gltf") return CheckGltfFiles(path);
-  if (suffix == ".obj") return CheckObjFiles(path);
+  if (suffix == ".gltf") {
+    VEX_ASSIGN(const std::string text, ReadInputFile(path));
+    return CheckGltfFiles(path, text);
+  }
+  if (suffix == ".glb") {
+    VEX_ASSIGN(const std::string json, GlbJson(path));
+    return json.empty() ? vex::Result<void>{} : CheckGltfFiles(path, json);
+  }
+  return {};
+}
+
+vex::Result<void> CheckDocumentFiles(Document& document, const std::string& source) {
+  const fs::path folder = document.GetPath();
+  const auto check = [&](const Material& material, const std::string& file) -> vex::Result<void> {
+    if (file.empty() || Present(fs::path(file).is_absolute() ? fs::path(file) : folder / file)) return {};
+    return std::unexpected(detail::MissingFile(source, detail::MissingTexture(material.GetName(), file)));
+  };
+  for (const auto& material : document.Materials().All()) {
+    for (const auto& [id, shader] : material->Links())
+      if (const vex::Data* file = shader->Parameters().Find(vex::kBitmapShaderFile))
+        if (const auto* s = file->Get<std::string>()) VEX_TRY(check(*material, *s));
+    for (const auto& [space, graph] : material->Graphs())
+      for (const auto& node : graph.nodes)
+        if (const vex::Data* file = node.ports.Find("file"))
+          if (const auto* s = file->Get<std::string>()) VEX_TRY(check(*material, *s));
+  }
   return {};
 }
 

@@ -74,11 +74,20 @@ void ConvertFrame(SceneData& scene, double metersPerUnit, char upAxis);
 /// The frame a writer wants: glTF and OBJ metres with +Y up; the others keep the scene's own.
 void ConvertFrameFor(SceneData& scene, const FormatRow& row);
 
-/// Every file a scene file names beside itself (a glTF's buffers and images, an OBJ's material
-/// libraries and their texture maps) exists: FileIO "<file>: mesh 'X': buffer 0 "x.bin" does
-/// not exist" or "<file>: material 'Y': texture "y.png" does not exist" otherwise. Other files
-/// pass.
+/// Every file a glTF names beside itself (the buffers and images of a .gltf or of a GLB's JSON
+/// chunk) exists: FileIO "<file>: mesh 'X': buffer 0 "x.bin" does not exist" or "<file>:
+/// material 'Y': texture "y.png" does not exist" otherwise. They are looked for before the
+/// reader runs because the glTF library fails on a missing buffer without naming the mesh. Other
+/// files pass: their readers check the files they name when ReadOptions::requireFiles is set
+/// (OBJ material libraries and texture maps, FBX textures, glTF images once more), as the scene
+/// road sets it.
 vex::Result<void> CheckReferencedFiles(const std::string& path);
+
+/// Every texture file the document's materials name (bitmap shaders' files and image nodes,
+/// relative to the document's folder) exists: FileIO "<source>: material 'Y': texture "y.png"
+/// does not exist" otherwise. A document read from a .vex is checked with it before it is
+/// written whole.
+vex::Result<void> CheckDocumentFiles(Document& document, const std::string& source);
 
 /// The scene's materials carried into a bundle `row`'s writer takes (texture properties resolved
 /// first); the warnings of each conversion, prefixed with the material's name.

@@ -1,16 +1,21 @@
 // Whole scenes through `vexinterop convert` and `vexinterop import`, the built library loaded as
 // the application loads it: glTF -> .vex -> glTF and FBX -> .vex -> FBX keep geometry, hierarchy,
 // materials and lights (the two files read back and compared); a .vex goes out to every format;
-// bad scenes fail naming the file and the object and leave nothing behind; --from-list and
+// bad scenes (broken hierarchies, missing textures and buffers in every format, transforms that
+// are not finite) fail naming the file and the object and leave nothing behind; --from-list and
 // --shard split a list so that every input is converted exactly once.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <limits>
 #include <map>
 #include <numbers>
 #include <regex>
@@ -21,6 +26,7 @@
 
 #include "files_support.h"
 #include "host/formats/catalogue.h"
+#include "host/formats/fbx_binary.h"
 #include "host/formats/gltf_scene_fixture.h"
 #include "host/port_bundles.h"
 #include "host/staged_output.h"
@@ -122,10 +128,10 @@ class Scenes : public ::testing::Test {
 
   /// Writes the scene with the format's own writer as <dir>/<folder>/<stem>.<suffix>.
   std::string WriteSource(const formats::SceneData& scene, const std::string& format, const std::string& folder,
-                          const std::string& stem = "source") {
+                          const std::string& stem = "source", const formats::WriteOptions& options = {}) {
     host::StagedOutput staged;
     auto written = formats::WriteFormatFile(*formats::FindFormat(format), scene, (dir / folder).string(), stem, bundles,
-                                            {}, staged);
+                                            options, staged);
     EXPECT_TRUE(written) << written.error().message;
     return (dir / folder / written->files.front()).string();
   }
@@ -380,8 +386,7 @@ TEST_F(Scenes, BadScenesFailNamingTheObjectAndLeaveNothing) {
   fs::remove(dir / "textured" / "source.bin");
   refused(gltf, {"mesh 'Body': buffer 0 \"source.bin\" does not exist"});
 
-  // Broken hierarchies (a transform that is not a number cannot be written in JSON; the scene
-  // checks of the bridge's own tests cover it).
+  // Broken hierarchies (transforms that are not finite: MissingFilesAndNonFiniteTransformsFailInEveryFormat).
   const auto hand = [&](const std::string& name, const std::string& nodes) {
     const fs::path file = dir / "hand" / (name + ".gltf");
     fs::create_directories(file.parent_path());
@@ -404,7 +409,7 @@ TEST_F(Scenes, BadScenesFailNamingTheObjectAndLeaveNothing) {
           {"node 'Top' lies on a cycle of parents"});
   refused(hand("range", R"([{"name": "Top", "children": [7]}])"), {"node 'Top': child 7 does not exist"});
 
-  // A .vex whose polygon object has no polygons, and one whose transform is not finite.
+  // A .vex whose polygon object has no polygons.
   const auto vexScene = [&](const std::string& name, const std::string& object) {
     const fs::path file = dir / (name + ".vex");
     std::ofstream(file) << R"({"format": "vexon-scene", "objects": [)" << object << "]}";
@@ -433,6 +438,187 @@ TEST_F(Scenes, BadScenesFailNamingTheObjectAndLeaveNothing) {
   EXPECT_NE(batch.output.find("converted 1 of 2 to gltf"), std::string::npos) << batch.output;
   EXPECT_TRUE(fs::exists(out / "ok" / "ok.gltf")) << batch.output;
   EXPECT_FALSE(fs::exists(out / "flat"));
+}
+
+/// A GLB of `json` with `bin` as its binary chunk (both padded to four bytes).
+std::string Glb(std::string json, std::string bin) {
+  while (json.size() % 4 != 0) json += ' ';
+  while (bin.size() % 4 != 0) bin += '\0';
+  const auto word = [](std::size_t v) {
+    std::string w(4, '\0');
+    for (std::size_t k = 0; k < 4; ++k) w[k] = static_cast<char>((v >> (8 * k)) & 0xFF);
+    return w;
+  };
+  return "glTF" + word(2) + word(12 + 8 + json.size() + 8 + bin.size()) + word(json.size()) + "JSON" + json +
+         word(bin.size()) + std::string("BIN\0", 4) + bin;
+}
+
+/// The binary FBX file with the x of the Lcl Translation of the model `name` set to `x`.
+void SetTranslationX(const std::string& path, const std::string& name, double x) {
+  std::ifstream in(path, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  in.close();
+  auto top = formats::fbx::DecodeBinary(bytes, path);
+  ASSERT_TRUE(top) << top.error().message;
+  const formats::fbx::Property model(formats::fbx::ObjectName(name, "Model"));
+  const formats::fbx::Property translation(std::string("Lcl Translation"));
+  bool set = false;
+  for (auto& section : *top)
+    for (auto& object : section.children)
+      if (section.name == "Objects" && object.name == "Model" && object.properties.size() > 1 && object.properties[1] == model)
+        for (auto& props : object.children)
+          for (auto& record : props.children)
+            if (props.name == "Properties70" && record.properties.size() == 7 && record.properties[0] == translation) {
+              record.properties[4] = x;
+              set = true;
+            }
+  ASSERT_TRUE(set) << "no Lcl Translation on model " << name;
+  std::ofstream(path, std::ios::binary) << formats::fbx::EncodeBinary(*top);
+}
+
+TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
+  const fs::path out = dir / "out";
+  // The scene road (convert, import into a .vex): exit 1, one line naming the file and the
+  // object, nothing left behind.
+  const auto refused = [&](const std::string& input, const std::string& expected,
+                           const std::vector<std::string>& commands) {
+    for (const auto& command : commands) {
+      const auto run = Tool(command);
+      EXPECT_EQ(run.exit, 1) << command << "\n" << run.output;
+      EXPECT_NE(run.output.find("vexinterop: " + input + ": " + expected), std::string::npos)
+          << command << "\n" << expected << "\n" << run.output;
+      ExpectNothingIn(out);
+    }
+  };
+  const auto scene = [&](const std::string& input) {
+    return std::vector<std::string>{"convert " + input + " --to fbx -o " + out.string(),
+                                    "import " + input + " -o " + (out / "x.vex").string()};
+  };
+
+  // A GLB whose JSON names an external image, then an external buffer; the triangle's positions
+  // and indices are in its binary chunk.
+  std::string bin(42, '\0');
+  const float positions[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  const std::uint16_t indices[3] = {0, 1, 2};
+  std::memcpy(bin.data(), positions, 36);
+  std::memcpy(bin.data() + 36, indices, 6);
+  const auto glb = [&](const std::string& name, const std::string& images, const std::string& buffers, int positionBuffer) {
+    const fs::path file = dir / "glb" / (name + ".glb");
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << Glb(R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
+      "nodes": [{"name": "Wall", "mesh": 0}],
+      "meshes": [{"name": "Wall", "primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "material": 0}]}],
+      "materials": [{"name": "Brick", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}],
+      "textures": [{"source": 0}], "images": )" + images + R"(, "buffers": )" + buffers + R"(,
+      "bufferViews": [{"buffer": )" + std::to_string(positionBuffer) + R"(, "byteLength": 36},
+                      {"buffer": 0, "byteOffset": 36, "byteLength": 6}],
+      "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0,0,0], "max": [1,1,0]},
+                    {"bufferView": 1, "componentType": 5123, "count": 3, "type": "SCALAR"}]})", bin);
+    return file.string();
+  };
+  // The buffer case's image is embedded (bytes that are no picture: a warning on either road).
+  const std::string embedded = R"([{"bufferView": 1, "mimeType": "image/png"}])";
+  const std::string image = glb("image", R"([{"uri": "bricks.png"}])", R"([{"byteLength": 42}])", 0);
+  refused(image, "material 'Brick': texture \"bricks.png\" does not exist", scene(image));
+  // The material road keeps the material and says what it lost.
+  const auto materials = Tool("import " + image + " --json -o " + (dir / "materials").string());
+  EXPECT_EQ(materials.exit, 0) << materials.output;
+  EXPECT_NE(materials.output.find("warning: " + image + ": material 'Brick': baseColorTexture: image 0"), std::string::npos)
+      << materials.output;
+  EXPECT_TRUE(fs::exists(dir / "materials" / "Brick.json"));
+  // With the picture there the scene converts.
+  ASSERT_TRUE(host::WriteImage((dir / "glb" / "bricks.png").string(), vex::TextureBuffer::Make(2, 2, {1, 0, 0, 1}), {}));
+  EXPECT_EQ(Tool("convert " + image + " --to fbx -o " + (dir / "fine").string()).exit, 0);
+
+  const std::string buffer =
+      glb("buffer", embedded, R"([{"byteLength": 42}, {"byteLength": 36, "uri": "wall.bin"}])", 1);
+  refused(buffer, "mesh 'Wall': buffer 1 \"wall.bin\" does not exist", scene(buffer));
+  // With the file there the same GLB converts: the missing file was the only fault.
+  std::ofstream(dir / "glb" / "wall.bin", std::ios::binary) << bin.substr(0, 36);
+  const auto whole = Tool("convert " + buffer + " --to glb -o " + (dir / "fine").string());
+  EXPECT_EQ(whole.exit, 0) << whole.output;
+
+  // An FBX whose texture file (beside it, not embedded) is gone: refused on the scene road, a
+  // warning on the material road.
+  formats::SceneData textured = Scene(false);
+  vex::ParameterSet red = *textured.materials[0].set;
+  red.Find(vex::ports::obj::diffuse_color)->texture = vex::TextureBuffer::Make(2, 2, {1, 0, 0, 1});
+  textured.materials[0].set = std::make_shared<const vex::ParameterSet>(std::move(red));
+  const std::string fbx = WriteSource(textured, "fbx", "fbx");
+  std::string png;
+  for (const auto& e : fs::directory_iterator(dir / "fbx"))
+    if (e.path().extension() == ".png") png = e.path().filename().string();
+  ASSERT_FALSE(png.empty());
+  ASSERT_EQ(Tool("import " + fbx + " -o " + (dir / "before.vex").string()).exit, 0);
+  fs::remove(dir / "fbx" / png);
+  refused(fbx, "material 'Red': texture \"" + png + "\" does not exist", scene(fbx));
+  const auto fbxMaterials = Tool("import " + fbx + " --json -o " + (dir / "fbx_materials").string());
+  EXPECT_EQ(fbxMaterials.exit, 0) << fbxMaterials.output;
+  EXPECT_NE(fbxMaterials.output.find("material 'Red': DiffuseColor texture " + png + " cannot be read (no such file)"),
+            std::string::npos)
+      << fbxMaterials.output;
+  EXPECT_TRUE(fs::exists(dir / "fbx_materials" / "Red.json"));
+
+  // FBX can hold a NaN or an infinity, binary and ASCII: the node is named.
+  const std::string nan = WriteSource(Scene(false), "fbx", "nan");
+  SetTranslationX(nan, "Body", std::numeric_limits<double>::quiet_NaN());
+  refused(nan, "node 'Body': its transform is not finite", scene(nan));
+  const std::string ascii = WriteSource(Scene(false), "fbx", "ascii", "source", {.fbxAscii = true});
+  std::string text;
+  {
+    std::ifstream in(ascii, std::ios::binary);
+    text.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  ASSERT_EQ(Tool("convert " + ascii + " --to glb -o " + (dir / "ascii_fine").string()).exit, 0);
+  const std::size_t model = text.find("\"Model::Fin\""), record = text.find("P: \"Lcl Scaling\"", model);
+  ASSERT_NE(record, std::string::npos);
+  text.replace(record, text.find('\n', record) - record, "P: \"Lcl Scaling\", \"Lcl Scaling\", \"\", \"A\", 1, -inf, 1");
+  std::ofstream(ascii, std::ios::binary) << text;
+  refused(ascii, "node 'Fin': its transform is not finite", scene(ascii));
+
+  // JSON cannot: a number too large for a double is refused where it stands, in glTF and .vex.
+  const fs::path huge = dir / "huge.gltf";
+  std::ofstream(huge) << R"({"asset": {"version": "2.0"}, "nodes": [{"name": "Top"}, {"name": "Far", "translation": [1e999, 0, 0]}]})";
+  const auto unreadable = [&](const std::string& input, const std::string& expected, const std::vector<std::string>& commands) {
+    for (const auto& command : commands) {
+      const auto run = Tool(command);
+      EXPECT_EQ(run.exit, 1) << command << "\n" << run.output;
+      EXPECT_NE(run.output.find("vexinterop: " + input + ":1:"), std::string::npos) << run.output;
+      EXPECT_NE(run.output.find(expected), std::string::npos) << command << "\n" << expected << "\n" << run.output;
+      ExpectNothingIn(out);
+    }
+  };
+  unreadable(huge.string(), ": nodes[1] 'Far'.translation[0]: the number 1e999 is beyond the range of a double",
+             scene(huge.string()));
+
+  // .vex scenes: a material texture that is gone stops the scene whole, to a file and to .vex.
+  const auto vexScene = [&](const std::string& name, const std::string& materials, const std::string& position) {
+    const fs::path file = dir / (name + ".vex");
+    std::ofstream(file) << R"({"format": "vexon-scene", "materials": [)" << materials
+                        << R"(], "objects": [{"type": 1100, "name": "Lost", "parameters": {"903": {"vector": [)" << position
+                        << R"(, 0, 0]}, "940": {"polygonmesh": {"points": [[0,0,0],[1,0,0],[0,1,0]], "polygons": [[0,1,2]]}}}}]})";
+    return file.string();
+  };
+  const auto vexRoads = [&](const std::string& input) {
+    return std::vector<std::string>{"convert " + input + " --to gltf -o " + out.string(),
+                                    "convert " + input + " --to vex -o " + out.string()};
+  };
+  const std::string brick = R"({"name": "Brick", "type": 5703, "links": {"8000": {"shader": 5833, "parameters": {"1010": "bricks.png"}}}})";
+  const std::string wood = R"({"name": "Wood", "type": 5703, "nodeBased": true, "graphs": {"com.corvane3d.corvane4vex.class.nodespace": {
+      "endNode": "material", "nodes": [{"id": "material", "asset": "com.corvane3d.corvane4vex.node.standardmaterial", "ports": {}},
+        {"id": "albedo", "asset": "net.kelvo.nodes.node.image", "ports": {"file": "woods/oak.png", "colorSpace": "sRGB"}}],
+      "links": [{"from": "albedo", "to": "material", "port": "diffuse_color"}]}}})";
+  const std::string bitmap = vexScene("bitmap", brick, "1");
+  refused(bitmap, "material 'Brick': texture \"bricks.png\" does not exist", vexRoads(bitmap));
+  const std::string node = vexScene("node", wood, "1");
+  refused(node, "material 'Wood': texture \"woods/oak.png\" does not exist", vexRoads(node));
+  fs::create_directories(dir / "woods");
+  ASSERT_TRUE(host::WriteImage((dir / "woods" / "oak.png").string(), vex::TextureBuffer::Make(2, 2, {1, 0, 0, 1}), {}));
+  for (const auto& command : vexRoads(node)) EXPECT_EQ(Tool(command).exit, 0) << command;
+  fs::remove_all(out);
+  const std::string far = vexScene("far", "", "1e999");
+  unreadable(far, ": objects[0] 'Lost'.parameters.903.vector[0]: the number 1e999 is beyond the range of a double",
+             vexRoads(far));
 }
 
 // --- batches -------------------------------------------------------------------------------------

@@ -13,9 +13,12 @@
 #include <map>
 #include <numbers>
 
+#include "host/formats/catalogue.h"
 #include "host/formats/gltf_scene_fixture.h"
 #include "host/formats/scene_bridge.h"
+#include "host/json_text.h"
 #include "host/polygon_object.h"
+#include "host/port_bundles.h"
 #include "host/scene_file.h"
 #include "test_host.h"
 #include "vex/lookup.h"
@@ -476,12 +479,24 @@ TEST(SceneFiles, PolygonAttributesAreSavedAndCheckedInTheSceneFile) {
   refused(R"({"normals": [[0, 0]]})", "bad.vex: objects[0].parameters.943.normals[0]: expected an array of 3 numbers");
 }
 
+/// A GLB of `json` with `bin` as its binary chunk (both padded to four bytes).
+std::string Glb(std::string json, std::string bin) {
+  while (json.size() % 4 != 0) json += ' ';
+  while (bin.size() % 4 != 0) bin += '\0';
+  const auto word = [](std::size_t v) {
+    std::string w(4, '\0');
+    for (std::size_t k = 0; k < 4; ++k) w[k] = static_cast<char>((v >> (8 * k)) & 0xFF);
+    return w;
+  };
+  return "glTF" + word(2) + word(12 + 8 + json.size() + 8 + bin.size()) + word(json.size()) + "JSON" + json +
+         word(bin.size()) + std::string("BIN\0", 4) + bin;
+}
+
 TEST(SceneFiles, MissingBuffersAndTexturesAreFoundBeforeReading) {
   const fs::path dir = fs::temp_directory_path() / ("scene_refs_" + std::to_string(getpid()));
   fs::remove_all(dir);
   fs::create_directories(dir);
-  const std::string gltf = (dir / "s.gltf").string();
-  std::ofstream(gltf) << R"({"asset": {"version": "2.0"},
+  const std::string json = R"({"asset": {"version": "2.0"},
     "buffers": [{"uri": "here.bin", "byteLength": 4}, {"uri": "gone%20away.bin", "byteLength": 36}],
     "bufferViews": [{"buffer": 0, "byteLength": 4}, {"buffer": 1, "byteLength": 36}],
     "accessors": [{"bufferView": 1, "componentType": 5126, "count": 3, "type": "VEC3"}],
@@ -489,28 +504,87 @@ TEST(SceneFiles, MissingBuffersAndTexturesAreFoundBeforeReading) {
     "images": [{"uri": "data:image/png;base64,AAAA"}, {"uri": "bricks.png"}],
     "textures": [{"source": 1}],
     "materials": [{"name": "Brick", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}]})";
+  // The same JSON as a .gltf and as a GLB's JSON chunk (with a binary chunk behind it).
+  const std::string gltf = (dir / "s.gltf").string(), glb = (dir / "s.glb").string();
+  std::ofstream(gltf) << json;
+  std::ofstream(glb, std::ios::binary) << Glb(json, std::string(8, '\x7f'));
   std::ofstream(dir / "here.bin") << "abcd";
-  auto checked = formats::CheckReferencedFiles(gltf);
-  ASSERT_FALSE(checked);
-  EXPECT_EQ(checked.error().message, gltf + ": mesh 'Wall': buffer 1 \"gone%20away.bin\" does not exist");
+  for (const std::string& file : {gltf, glb}) {
+    auto checked = formats::CheckReferencedFiles(file);
+    ASSERT_FALSE(checked) << file;
+    EXPECT_EQ(checked.error().message, file + ": mesh 'Wall': buffer 1 \"gone%20away.bin\" does not exist");
+  }
   std::ofstream(dir / "gone away.bin") << std::string(36, '\0');
-  checked = formats::CheckReferencedFiles(gltf);
-  ASSERT_FALSE(checked);
-  EXPECT_EQ(checked.error().message, gltf + ": material 'Brick': texture \"bricks.png\" does not exist");
+  for (const std::string& file : {gltf, glb}) {
+    auto checked = formats::CheckReferencedFiles(file);
+    ASSERT_FALSE(checked) << file;
+    EXPECT_EQ(checked.error().message, file + ": material 'Brick': texture \"bricks.png\" does not exist");
+  }
   std::ofstream(dir / "bricks.png") << "x";
   EXPECT_TRUE(formats::CheckReferencedFiles(gltf));
+  EXPECT_TRUE(formats::CheckReferencedFiles(glb));
+  // A file that only starts like a GLB is left to the reader to refuse.
+  std::ofstream(dir / "cut.glb", std::ios::binary) << Glb(json, "").substr(0, 40);
+  EXPECT_TRUE(formats::CheckReferencedFiles((dir / "cut.glb").string()));
+  fs::remove_all(dir);
+}
 
+TEST(SceneFiles, NumbersBeyondADoubleAreRefusedWhereTheyStand) {
+  const auto refused = [](const std::string& text, const std::string& expected) {
+    auto parsed = host::ParseJsonText(text, "s.gltf");
+    ASSERT_FALSE(parsed) << text;
+    EXPECT_EQ(parsed.error().message, expected);
+  };
+  // An element is named when its name comes before the number; keys, indices and nesting count.
+  refused(R"({"nodes": [{"name": "A"}, {"name": "Far", "translation": [0, 1e999, 0]}]})",
+          "s.gltf:1:62: nodes[1] 'Far'.translation[1]: the number 1e999 is beyond the range of a double");
+  refused("{\"nodes\": [{\"matrix\": [[0, -2e308]],\n \"name\": \"Late\"}]}",
+          "s.gltf:1:28: nodes[0].matrix[0][1]: the number -2e308 is beyond the range of a double");
+  refused(R"({"a,[": "x]", "b": {"name": 3, "c": 1E400}})",
+          "s.gltf:1:37: b.c: the number 1E400 is beyond the range of a double");
+  refused("[1e999]", "s.gltf:1:2: [0]: the number 1e999 is beyond the range of a double");
+  EXPECT_TRUE(host::ParseJsonText(R"({"small": 1e-999, "large": 1e308})", "s.gltf"));
+}
+
+TEST(SceneFiles, ReadersRequireTheFilesTheSceneNamesOnlyWhenAsked) {
+  const fs::path dir = fs::temp_directory_path() / ("scene_reads_" + std::to_string(getpid()));
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  const auto bundles = *host::PortBundles::Builtin();
+  formats::ReadOptions whole;
+  whole.requireFiles = true;
+  const auto refused = [&](const std::string& file, const std::string& message) {
+    auto read = formats::ReadFormatFile(file, bundles, whole);
+    ASSERT_FALSE(read) << file;
+    EXPECT_EQ(read.error().message, file + ": " + message);
+  };
+  const auto warned = [&](const std::string& file, const std::string& warning) {
+    auto read = formats::ReadFormatFile(file, bundles);
+    ASSERT_TRUE(read) << read.error().message;
+    std::string all;
+    for (const auto& w : read->warnings) all += w + "\n";
+    EXPECT_NE(all.find(warning), std::string::npos) << all;
+  };
+
+  // OBJ: the library and every map it names, spaces in the name and options before it.
   const std::string obj = (dir / "m.obj").string();
-  std::ofstream(obj) << "mtllib m.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
-  checked = formats::CheckReferencedFiles(obj);
-  ASSERT_FALSE(checked);
-  EXPECT_EQ(checked.error().message, obj + ": material library \"m.mtl\" does not exist");
-  std::ofstream(dir / "m.mtl") << "newmtl Stone\nKd 1 1 1\nmap_Kd -s 1 1 1 stone.png\n";
-  checked = formats::CheckReferencedFiles(obj);
-  ASSERT_FALSE(checked);
-  EXPECT_EQ(checked.error().message, obj + ": material 'Stone': texture \"stone.png\" does not exist");
-  std::ofstream(dir / "stone.png") << "x";
-  EXPECT_TRUE(formats::CheckReferencedFiles(obj));
+  std::ofstream(obj) << "mtllib my stuff.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl Stone\nf 1 2 3\n";
+  refused(obj, "material library \"my stuff.mtl\" does not exist");
+  warned(obj, "material library cannot be read");
+  std::ofstream(dir / "my stuff.mtl") << "newmtl Stone\nKd 1 1 1\nmap_Kd -s 1 1 1 stone wall.png\nrefl dusk.png\n";
+  refused(obj, "material 'Stone': texture \"stone wall.png\" does not exist");
+  warned(obj, "(constant kept)");
+  std::ofstream(dir / "stone wall.png") << "x";
+  refused(obj, "material 'Stone': texture \"dusk.png\" does not exist");  // not carried, but named
+  std::ofstream(dir / "dusk.png") << "x";
+  EXPECT_TRUE(formats::ReadFormatFile(obj, bundles, whole));
+
+  // glTF: an image file that is gone, found by the reader itself too.
+  const std::string gltf = (dir / "t.gltf").string();
+  std::ofstream(gltf) << R"({"asset": {"version": "2.0"}, "images": [{"uri": "gone.png"}], "textures": [{"source": 0}],
+    "materials": [{"name": "Brick", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}]})";
+  refused(gltf, "material 'Brick': texture \"gone.png\" does not exist");
+  warned(gltf, "material 'Brick': baseColorTexture: image 0");
   fs::remove_all(dir);
 }
 
