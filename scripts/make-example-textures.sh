@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Generates the small textures of examples/corvane_textured.json into examples/textures/ with
+# Generates the small textures of examples/corvane_textured.json (and the sky of
+# examples/lights_scene.vex) into examples/textures/ with
 # oiiotool (package openimageio-tools, installed by scripts/setup.sh).
 #
 #   bash scripts/make-example-textures.sh [SIZE]     # SIZE defaults to 256 (square textures)
@@ -40,3 +41,5 @@ oiiotool --pattern fill:topleft=1,1,1:topright=0.8,0.8,0.8:bottomleft=0.8,0.8,0.
   "$res" 3 -d uint8 -o "$out/tint.png"
 
 ls -l "$out"
+# Sky (the dome light of examples/lights_scene.vex): a float HDR, blue above, warm at the horizon.
+oiiotool --pattern fill:top=0.35,0.55,1.0:bottom=1.0,0.92,0.8 "$((size / 2))x$((size / 4))" 3 -d float -o "$out/sky.hdr"

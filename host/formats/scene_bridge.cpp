@@ -906,6 +906,23 @@ vex::Result<void> CheckDocumentFiles(Document& document, const std::string& sour
         if (const vex::Data* file = node.ports.Find("file"))
           if (const auto* s = file->Get<std::string>()) VEX_TRY(check(*material, *s));
   }
+  // A dome light's image: the writers pass it on by name, so a missing one would leave the file
+  // pointing at nothing.
+  std::vector<const SceneObject*> pending;
+  for (const auto& root : document.Objects()) pending.push_back(root.get());
+  while (!pending.empty()) {
+    const SceneObject* object = pending.back();
+    pending.pop_back();
+    for (const auto& child : object->Children()) pending.push_back(child.get());
+    if (object->GetType() != corvane::kLightObject) continue;
+    const vex::Data* d = object->Parameters().Find(corvane::kDomeTexture);
+    const auto* image = d != nullptr ? d->Get<vex::ImageReference>() : nullptr;
+    if (image == nullptr || image->url.text.empty()) continue;
+    const fs::path url(image->url.text);
+    if (!Present(url.is_absolute() ? url : folder / url))
+      return std::unexpected(detail::MissingFile(source, "light " + Quoted(object->GetName()) + ": texture \"" +
+                                                             image->url.text + "\""));
+  }
   return {};
 }
 

@@ -616,6 +616,11 @@ TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
   ASSERT_TRUE(host::WriteImage((dir / "woods" / "oak.png").string(), vex::TextureBuffer::Make(2, 2, {1, 0, 0, 1}), {}));
   for (const auto& command : vexRoads(node)) EXPECT_EQ(Tool(command).exit, 0) << command;
   fs::remove_all(out);
+  // A dome light's sky image: passed on by name, so it must be there.
+  const fs::path dome = dir / "dome.vex";
+  std::ofstream(dome) << R"({"format": "vexon-scene", "objects": [{"type": 1036751, "name": "Sky", "parameters": {
+      "10000": {"int32": 4}, "12000": {"image": {"url": "skies/noon.hdr", "colorSpace": "raw"}}}}]})";
+  refused(dome.string(), "light 'Sky': texture \"skies/noon.hdr\" does not exist", vexRoads(dome.string()));
   const std::string far = vexScene("far", "", "1e999");
   unreadable(far, ": objects[0] 'Lost'.parameters.903.vector[0]: the number 1e999 is beyond the range of a double",
              vexRoads(far));
