@@ -1,6 +1,7 @@
 #include "host/json_text.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -76,6 +77,8 @@ class Scanner {
         ++i;
         continue;
       }
+      while (i < text.size() && kPlain[static_cast<unsigned char>(text[i])]) ++i;  // digits, blanks, commas, ..
+      if (i == text.size()) break;
       const char c = text[i];
       if (static_cast<unsigned char>(c) >= 0x80) {
         const std::size_t n = SequenceLength(static_cast<unsigned char>(c));
@@ -111,6 +114,14 @@ class Scanner {
   std::optional<ScanError> error;
 
  private:
+  /// ASCII bytes that change nothing the scan keeps.
+  static constexpr std::array<bool, 256> kPlain = [] {
+    std::array<bool, 256> plain{};
+    for (int c = 0; c < 0x80; ++c) plain[static_cast<std::size_t>(c)] = true;
+    for (const unsigned char c : std::string_view("\"\\[]{}")) plain[c] = false;
+    return plain;
+  }();
+
   /// The length a lead byte announces (0 for a byte that cannot start a sequence).
   static std::size_t SequenceLength(unsigned char c) {
     if (c >= 0xC2 && c <= 0xDF) return 2;

@@ -239,36 +239,48 @@ class Writer {
   }
 
   void Next() {
-    buffer_ += open_.back() ? ",\n" : "\n";
+    if (open_.back()) buffer_ += ',';
     open_.back() = true;
+    buffer_ += '\n';
     Indent();
   }
-  void Indent() { buffer_.append(2 * open_.size(), ' '); }
+  void Indent() {
+    static const std::string kSpaces(256, ' ');
+    for (std::size_t n = 2 * open_.size(); n > 0;) {
+      const std::size_t k = std::min(n, kSpaces.size());
+      buffer_.append(kSpaces, 0, k);
+      n -= k;
+    }
+  }
   void MaybeFlush() {
     if (buffer_.size() >= kFlushAt) Flush();
   }
 
   /// The shortest text that reads back as the same double, with ".0" when it would read as a
-  /// whole number (as the JSON library writes doubles: -0.0 keeps its sign).
-  void Number(double v) {
-    char text[32];
-    const auto end = std::to_chars(text, text + sizeof text, v).ptr;
-    buffer_.append(text, end);
-    if (std::find_if(text, end, [](char c) { return c == '.' || c == 'e'; }) == end) buffer_ += ".0";
+  /// whole number (as the JSON library writes doubles: -0.0 keeps its sign). At most 26 bytes.
+  static char* Number(char* at, double v) {
+    char* end = std::to_chars(at, at + 26, v).ptr;
+    if (std::find_if(at, end, [](char c) { return c == '.' || c == 'e'; }) == end) {
+      *end++ = '.';
+      *end++ = '0';
+    }
+    return end;
   }
   void Whole(std::int32_t v) {
     char text[16];
     buffer_.append(text, std::to_chars(text, text + sizeof text, v).ptr);
   }
+  /// [a, b, ..] of up to four numbers, formatted in place and appended at once.
   void Row(std::initializer_list<double> values) {
-    buffer_ += '[';
-    bool first = true;
+    char text[4 * 28 + 2];
+    char* at = text;
+    *at++ = '[';
     for (const double v : values) {
-      if (!first) buffer_ += ", ";
-      first = false;
-      Number(v);
+      if (at != text + 1) *at++ = ',', *at++ = ' ';
+      at = Number(at, v);
     }
-    buffer_ += ']';
+    *at++ = ']';
+    buffer_.append(text, at);
     MaybeFlush();
   }
 
