@@ -1044,7 +1044,19 @@ class SceneEvents final : public JsonEventHandler {
   }
 
   void Decode(Geometry::Kind kind) {
-    geometry_.slots.push_back(Geometry::Slot{kind, {}, {}, {}, {}});
+    Geometry::Slot slot{kind, {}, {}, {}, {}};
+    // Attribute lists follow their mesh (as this unit writes them): one per corner or polygon of
+    // the polygons read last, so their storage is sized once instead of growing by copies.
+    if (frames_.back().key != "points") {
+      const auto loops = std::find_if(geometry_.slots.rbegin(), geometry_.slots.rend(),
+                                      [](const Geometry::Slot& s) { return s.kind == Geometry::Kind::Loops; });
+      if (loops != geometry_.slots.rend()) {
+        if (kind == Geometry::Kind::Vectors3) slot.vectors3.reserve(loops->indices.size());
+        if (kind == Geometry::Kind::Vectors2) slot.vectors2.reserve(loops->indices.size());
+        if (kind == Geometry::Kind::Indices) slot.indices.reserve(loops->sizes.size());
+      }
+    }
+    geometry_.slots.push_back(std::move(slot));
     decoding_ = true;
     inRow_ = false;
     rowSize_ = 0;
@@ -1096,6 +1108,10 @@ class SceneEvents final : public JsonEventHandler {
     if (!inRow_) {  // the list is complete
       decoding_ = false;
       --depth_;
+      const auto fit = [](auto& list) {
+        if (list.capacity() > list.size() + list.size() / 4) list.shrink_to_fit();
+      };
+      fit(slot.vectors3), fit(slot.vectors2), fit(slot.sizes), fit(slot.indices);
       Json::binary_t placeholder(std::vector<std::uint8_t>{}, static_cast<std::uint64_t>(geometry_.slots.size() - 1));
       return dom_->binary(placeholder) && Ended();
     }
