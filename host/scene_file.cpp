@@ -1,6 +1,7 @@
 #include "host/scene_file.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -1250,15 +1251,17 @@ vex::Result<std::string> Dump(const Document& document) {
 }
 
 vex::Result<void> WriteFile(const Document& document, const std::string& path, const std::string& target) {
+  errno = 0;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write");
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write: " + OsErrorText(errno));
   if (auto written = Write(document, out); !written) {
     vex::Error error = std::move(written).error();
-    error.message = target + ": " + error.message;
+    error.message = target + ": " + (error.kind == vex::ErrorKind::FileIO ? error.message + ": " + OsErrorText(errno)
+                                                                        : error.message);
     return std::unexpected(std::move(error));
   }
   out.close();
-  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write");
+  if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, target + ": cannot write: " + OsErrorText(errno));
   return {};
 }
 

@@ -423,6 +423,12 @@ TEST(SceneFile, NumbersThatAreNotFiniteAreRefusedNamingTheObjectAndLeaveTheFile)
     EXPECT_EQ(refused(), where + ".parameters.943." + list + problem);
   }
   roof->MutableParameters().Set(host::kPolygonAttributesParameter, vex::Data::MakeCustom(attributes));
+  // A disk that fills up mid-file says so.
+  if (fs::exists("/dev/full")) {
+    const auto full = host::scene_file::WriteFile(document, "/dev/full", "full.vex");
+    ASSERT_FALSE(full);
+    EXPECT_EQ(full.error().message, "full.vex: cannot write: No space left on device");
+  }
   ASSERT_TRUE(roof->SetKey({904, 0}, {2.0, std::numeric_limits<double>::quiet_NaN()}));
   EXPECT_EQ(refused(), where + ".tracks" + problem);
 }
