@@ -280,6 +280,13 @@ TEST(SceneFile, LargeGeometryRoundTripsBitForBit) {
   host::Document fromText("t");
   ASSERT_TRUE(host::scene_file::Parse(text, "big.vex", fromText));
   EXPECT_EQ(*host::scene_file::Dump(fromText), text);
+  // The document list's file operations, which modules call, write and read the same file.
+  const fs::path again = scratch.dir / "again.vex";
+  ASSERT_TRUE(documents.SaveDocument(fromText, again.string(), vex::IDocuments::kNativeSceneFormat, 0));
+  EXPECT_EQ(FileText(again), text);
+  auto reloaded = documents.LoadDocument(again.string(), 0);
+  ASSERT_TRUE(reloaded) << reloaded.error().message;
+  EXPECT_EQ(*host::scene_file::Dump(static_cast<host::Document&>(**reloaded)), text);
   documents.CloseAll();
 }
 
