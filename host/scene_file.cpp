@@ -1265,19 +1265,23 @@ vex::Result<void> WriteFile(const Document& document, const std::string& path, c
   return {};
 }
 
+vex::Result<void> ParseFile(const std::string& path, Document& document, const ReadOptions& options) {
+  SceneEvents events(path, options, document);
+  VEX_TRY(ReadJsonFileEvents(path, events));
+  VEX_TRY(events.Finish());
+  document.SetChanged(false);
+  return {};
+}
+
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const ReadOptions& options) {
   VEX_TRY(CheckInputFile(path));
   const fs::path file(path);
   Document& document = documents.NewDocument(file.stem().string());
   document.SetPath(fs::absolute(file).parent_path().string());
-  SceneEvents events(path, options, document);
-  auto parsed = ReadJsonFileEvents(path, events);
-  if (parsed) parsed = events.Finish();
-  if (!parsed) {
+  if (auto parsed = ParseFile(path, document, options); !parsed) {
     documents.Close(&document);
     return std::unexpected(std::move(parsed).error());
   }
-  document.SetChanged(false);
   return &document;
 }
 

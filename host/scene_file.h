@@ -33,6 +33,10 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
 /// the place; `out` then holds part of the text, so write to a scratch file (WriteFile, Save).
 vex::Result<void> Write(const Document& document, std::ostream& out);
 
+/// Fills an empty document from the file at `path` (named so in messages), read through a buffer as
+/// it is parsed, never whole. On failure the document may hold part of the scene.
+vex::Result<void> ParseFile(const std::string& path, Document& document, const ReadOptions& options = {});
+
 /// The document as text (Write into a string).
 vex::Result<std::string> Dump(const Document& document);
 
