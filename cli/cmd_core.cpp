@@ -25,14 +25,8 @@ vex::Result<std::size_t> SaveSceneWithTextures(host::Document& document, const s
     options.srgb = texture.pixels.colorSpace == "sRGB";
     VEX_TRY(host::WriteImage(staged.Scratch(id), texture.pixels, options));
   }
-  VEX_ASSIGN(std::string text, host::scene_file::Dump(document));
   VEX_ASSIGN(const std::size_t id, staged.Stage(path, host::StagedOutput::Kind::File));
-  {
-    std::ofstream out(staged.Scratch(id), std::ios::binary);
-    out << text;
-    out.close();
-    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
-  }
+  VEX_TRY(host::scene_file::WriteFile(document, staged.Scratch(id), path));
   VEX_TRY(staged.CommitAll());
   const std::size_t count = pending.size();
   pending.clear();

@@ -58,17 +58,15 @@ vex::Result<void> Documents::SaveDocument(vex::IDocument& document, std::string_
 vex::Result<std::unique_ptr<vex::IDocument>> Documents::LoadDocument(std::string_view path, std::int32_t flags) {
   const std::string native = NativePath(path);
   fileLog.push_back({"load", native, kNativeSceneFormat, flags, false});
-  const auto read = ReadInputFile(native);
-  if (!read) {
-    fileLog.back().error = read.error().message;
-    return std::unexpected(read.error());
+  if (auto readable = CheckInputFile(native); !readable) {
+    fileLog.back().error = readable.error().message;
+    return std::unexpected(readable.error());
   }
-  const std::string& text = *read;
   auto document = std::make_unique<Document>(fs::path(native).stem().string());
   document->SetPath(fs::absolute(fs::path(native)).parent_path().string());
   scene_file::ReadOptions options;
   if (vex::IsHostBound()) options.units = vex::Host().units;
-  if (auto parsed = scene_file::Parse(text, native, *document, options); !parsed) {
+  if (auto parsed = scene_file::ParseFile(native, *document, options); !parsed) {
     fileLog.back().error = parsed.error().message;
     return std::unexpected(parsed.error());
   }

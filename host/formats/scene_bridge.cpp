@@ -484,6 +484,8 @@ class DocumentWriter {
     polygons.polygonSizes.assign(mesh.TriangleCount(), 3);
     polygons.polygonPoints.reserve(mesh.indices.size());
     PolygonAttributes attributes;
+    if (normals) attributes.normals.reserve(mesh.indices.size());
+    if (uvs) attributes.uvs.reserve(mesh.indices.size());
     for (const std::uint32_t index : mesh.indices) {
       polygons.polygonPoints.push_back(static_cast<std::int32_t>(index));
       if (normals)
