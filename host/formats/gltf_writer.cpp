@@ -12,6 +12,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -29,6 +30,8 @@
 #include "host/formats/gltf_vocabulary.h"
 #include "host/formats/light_units.h"
 #include "host/images.h"
+#include "host/json_codec.h"
+#include "host/json_text.h"
 
 namespace fs = std::filesystem;
 
@@ -170,19 +173,40 @@ class Writer {
  private:
   std::string Place(const std::string& what) const { return (fs::path(directory_) / main_).string() + ": " + what; }
 
-  /// Appends `bytes` to the one buffer (4-byte aligned) and returns the new view's index.
-  int AddView(const void* bytes, std::size_t size, int target) {
-    auto& data = model_.buffers[0].data;
-    while (data.size() % 4 != 0) data.push_back(0);
+  /// A view of the one buffer (4-byte aligned) whose `size` bytes `emit` writes when the buffer is
+  /// written; returns the view's index. The buffer is never held whole: its bytes come from the
+  /// scene (or are made from it a chunk at a time) as the file is written.
+  int AddView(std::size_t size, int target, std::function<void(std::ostream&)> emit) {
+    length_ = (length_ + 3) / 4 * 4;
     tinygltf::BufferView view;
     view.buffer = 0;
-    view.byteOffset = data.size();
+    view.byteOffset = length_;
     view.byteLength = size;
     view.target = target;
-    const auto* p = static_cast<const unsigned char*>(bytes);
-    data.insert(data.end(), p, p + size);
+    pieces_.push_back(Piece{length_, size, std::move(emit)});
+    length_ += size;
     model_.bufferViews.push_back(view);
     return static_cast<int>(model_.bufferViews.size() - 1);
+  }
+  /// A view of bytes that stay where they are (the scene's) until the buffer is written.
+  int AddView(const void* bytes, std::size_t size, int target) {
+    return AddView(size, target, [bytes, size](std::ostream& out) {
+      out.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+    });
+  }
+  /// A view of `count` items of `width` floats each, made from the scene's by `make` a block at a
+  /// time when the buffer is written.
+  int AddFloats(std::size_t count, std::size_t width, int target,
+                std::function<void(std::size_t item, float* out)> make) {
+    return AddView(count * width * 4, target, [count, width, make = std::move(make)](std::ostream& out) {
+      constexpr std::size_t kItems = 4096;
+      std::vector<float> block(kItems * width);
+      for (std::size_t first = 0; first < count; first += kItems) {
+        const std::size_t n = std::min(kItems, count - first);
+        for (std::size_t i = 0; i < n; ++i) make(first + i, &block[i * width]);
+        out.write(reinterpret_cast<const char*>(block.data()), static_cast<std::streamsize>(n * width * 4));
+      }
+    });
   }
 
   int AddAccessor(int view, std::size_t offset, int componentType, std::size_t count, int type,
@@ -227,39 +251,39 @@ class Writer {
                                          TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC3, min, max);
     if (!mesh.normals.empty()) {
       // Readers expect unit normals; a zero normal gets +Y rather than an invalid file.
-      std::vector<float> normals(mesh.normals);
-      for (std::size_t i = 0; i < n; ++i) {
-        float* v = &normals[3 * i];
-        const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-        if (length > 1e-20f && std::isfinite(length)) {
-          for (int c = 0; c < 3; ++c) v[c] /= length;
-        } else {
-          v[0] = 0, v[1] = 1, v[2] = 0;
-        }
-      }
-      attributes["NORMAL"] = AddAccessor(AddView(normals.data(), normals.size() * 4, kArrayBuffer), 0,
-                                         TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC3);
+      const float* normals = mesh.normals.data();
+      attributes["NORMAL"] = AddAccessor(AddFloats(n, 3, kArrayBuffer, [normals](std::size_t i, float* v) {
+                                           const float* in = normals + 3 * i;
+                                           const float length = std::sqrt(in[0] * in[0] + in[1] * in[1] + in[2] * in[2]);
+                                           if (length > 1e-20f && std::isfinite(length)) {
+                                             for (int c = 0; c < 3; ++c) v[c] = in[c] / length;
+                                           } else {
+                                             v[0] = 0, v[1] = 1, v[2] = 0;
+                                           }
+                                         }),
+                                         0, TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC3);
     }
     if (!mesh.tangents.empty() && !mesh.normals.empty()) {
-      std::vector<float> tangents(mesh.tangents);
-      for (std::size_t i = 0; i < n; ++i) {
-        float* v = &tangents[4 * i];
-        const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-        if (length > 1e-20f && std::isfinite(length)) {
-          for (int c = 0; c < 3; ++c) v[c] /= length;
-        } else {
-          v[0] = 1, v[1] = 0, v[2] = 0;
-        }
-        v[3] = v[3] < 0 ? -1.0f : 1.0f;
-      }
-      attributes["TANGENT"] = AddAccessor(AddView(tangents.data(), tangents.size() * 4, kArrayBuffer), 0,
-                                          TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC4);
+      const float* tangents = mesh.tangents.data();
+      attributes["TANGENT"] = AddAccessor(AddFloats(n, 4, kArrayBuffer, [tangents](std::size_t i, float* v) {
+                                            const float* in = tangents + 4 * i;
+                                            const float length = std::sqrt(in[0] * in[0] + in[1] * in[1] + in[2] * in[2]);
+                                            if (length > 1e-20f && std::isfinite(length)) {
+                                              for (int c = 0; c < 3; ++c) v[c] = in[c] / length;
+                                            } else {
+                                              v[0] = 1, v[1] = 0, v[2] = 0;
+                                            }
+                                            v[3] = in[3] < 0 ? -1.0f : 1.0f;
+                                          }),
+                                          0, TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC4);
     }
     if (!mesh.uvs.empty()) {
-      std::vector<float> uvs(mesh.uvs);
-      for (std::size_t i = 0; i < n; ++i) uvs[2 * i + 1] = 1.0f - uvs[2 * i + 1];
-      attributes["TEXCOORD_0"] = AddAccessor(AddView(uvs.data(), uvs.size() * 4, kArrayBuffer), 0,
-                                             TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC2);
+      const float* uvs = mesh.uvs.data();
+      attributes["TEXCOORD_0"] = AddAccessor(AddFloats(n, 2, kArrayBuffer, [uvs](std::size_t i, float* v) {
+                                               v[0] = uvs[2 * i];
+                                               v[1] = 1.0f - uvs[2 * i + 1];
+                                             }),
+                                             0, TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC2);
     }
     const int indexView = AddView(mesh.indices.data(), mesh.indices.size() * 4, kElementArrayBuffer);
     std::vector<MeshData::Part> parts = mesh.parts;
@@ -593,36 +617,93 @@ class Writer {
     for (std::size_t i = 0; i < jobs_.size(); ++i) {
       const fs::path scratch = fs::path(directory_) / jobs_[i].file;
       std::ifstream in(scratch, std::ios::binary);
-      const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), {});
+      auto bytes = std::make_shared<const std::string>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
       in.close();
       std::error_code ec;
       fs::remove(scratch, ec);
-      if (bytes.empty())
+      if (bytes->empty())
         return VEX_FAIL(vex::ErrorKind::FileIO, Place("image " + std::to_string(i) + " could not be encoded"));
-      model_.images[i].bufferView = AddView(bytes.data(), bytes.size(), 0);
+      model_.images[i].bufferView = AddView(bytes->size(), 0, [bytes](std::ostream& out) {
+        out.write(bytes->data(), static_cast<std::streamsize>(bytes->size()));
+      });
       model_.bufferViews.back().target = 0;
     }
     return {};
   }
 
-  vex::Result<GltfPreviewFiles> Save() {
-    auto& buffer = model_.buffers[0];
-    if (buffer.data.empty()) {
-      model_.buffers.clear();
-    } else if (!options_.glb) {
-      buffer.uri = stem_ + ".bin";
-      out_.files.insert(out_.files.begin() + 1, buffer.uri);
+  /// The buffer's bytes, view by view with the zeros that align each, as `out` takes them.
+  void WriteBuffer(std::ostream& out) const {
+    std::size_t at = 0;
+    for (const auto& piece : pieces_) {
+      for (; at < piece.offset; ++at) out.put('\0');
+      piece.emit(out);
+      at += piece.size;
     }
+  }
+
+  /// The JSON, written by the glTF library from the model without the buffer's bytes (the model
+  /// holds none), with the buffer entry set to what is written beside it or after it.
+  vex::Result<std::string> Json(std::size_t byteLength) {
     tinygltf::TinyGLTF gltf;
     // The images are written already: their URIs (or buffer views) stand as they are.
     gltf.SetImageWriter(
         [](const std::string*, const std::string*, const tinygltf::Image*, bool, std::string*, void*) { return false; },
         nullptr);
+    std::ostringstream text;
+    if (!gltf.WriteGltfSceneToStream(&model_, text, !options_.glb, false))
+      return VEX_FAIL(vex::ErrorKind::FileIO, Place("cannot write"));
+    VEX_ASSIGN(auto root, json_codec::Parse(text.str(), Place("the written JSON")));
+    if (byteLength > 0) {
+      json_codec::Json buffer = json_codec::Json::object();
+      buffer["byteLength"] = byteLength;
+      if (!options_.glb) buffer["uri"] = stem_ + ".bin";
+      root["buffers"] = json_codec::Json::array({std::move(buffer)});
+    } else {
+      root.erase("buffers");
+    }
+    return DumpJsonText(root, options_.glb ? -1 : 2);
+  }
+
+  vex::Result<GltfPreviewFiles> Save() {
+    const std::size_t byteLength = length_;
+    if (byteLength == 0) model_.buffers.clear();
+    VEX_ASSIGN(std::string json, Json(byteLength));
     const std::string path = (fs::path(directory_) / main_).string();
-    const bool ok = gltf.WriteGltfSceneToFile(&model_, path, false, options_.glb, !options_.glb, options_.glb);
-    std::error_code ec;
-    if (!ok || !fs::is_regular_file(path, ec) || fs::file_size(path, ec) == 0 || ec)
-      return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+    std::ofstream out(path, std::ios::binary);
+    if (!options_.glb) {
+      out << json;
+      out.close();
+      if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
+      if (byteLength == 0) return std::move(out_);
+      const std::string bin = stem_ + ".bin";
+      out_.files.insert(out_.files.begin() + 1, bin);
+      std::ofstream binary(fs::path(directory_) / bin, std::ios::binary);
+      WriteBuffer(binary);
+      binary.close();
+      if (!binary) return VEX_FAIL(vex::ErrorKind::FileIO, (fs::path(directory_) / bin).string() + ": cannot write");
+      return std::move(out_);
+    }
+    // GLB: the 12-byte header, the JSON chunk padded with blanks, the binary chunk padded with
+    // zeros, each chunk 4-byte aligned.
+    while (json.size() % 4 != 0) json.push_back(' ');
+    const std::size_t binLength = (byteLength + 3) / 4 * 4;
+    const std::size_t total = 12 + 8 + json.size() + (byteLength > 0 ? 8 + binLength : 0);
+    if (total > 0xffffffffu) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": more than 4 GB, the most a GLB can hold");
+    const auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+    u32(0x46546C67);  // "glTF"
+    u32(2);
+    u32(static_cast<std::uint32_t>(total));
+    u32(static_cast<std::uint32_t>(json.size()));
+    u32(0x4E4F534A);  // "JSON"
+    out << json;
+    if (byteLength > 0) {
+      u32(static_cast<std::uint32_t>(binLength));
+      u32(0x004E4942);  // "BIN\0"
+      WriteBuffer(out);
+      for (std::size_t k = byteLength; k < binLength; ++k) out.put('\0');
+    }
+    out.close();
+    if (!out) return VEX_FAIL(vex::ErrorKind::FileIO, path + ": cannot write");
     return std::move(out_);
   }
 
@@ -633,6 +714,12 @@ class Writer {
   const WriteOptions& options_;
   std::string main_;
   tinygltf::Model model_;
+  struct Piece {
+    std::size_t offset = 0, size = 0;
+    std::function<void(std::ostream&)> emit;
+  };
+  std::vector<Piece> pieces_;  ///< the buffer's views, written by Save
+  std::size_t length_ = 0;     ///< the buffer's length so far
   GltfPreviewFiles out_;
   std::vector<ImageJob> jobs_;
   std::set<std::string> fileNames_;
