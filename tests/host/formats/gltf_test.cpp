@@ -112,6 +112,33 @@ TEST_F(Gltf, ScenesTravelWholeThroughTextAndBinaryFiles) {
     const auto back = WriteAndRead(scene, glb, &written);
     if (glb) {
       EXPECT_EQ(written.files, std::vector<std::string>{"scene.glb"});
+      // The layout the writer lays out itself: the header's length is the file's, the JSON chunk
+      // and the binary chunk are 4-byte aligned, and the buffer's length fits the binary chunk.
+      std::ifstream in(dir / "scene.glb", std::ios::binary);
+      const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+      const auto u32 = [&](std::size_t at) {
+        std::uint32_t v = 0;
+        if (at + 4 <= bytes.size()) std::memcpy(&v, bytes.data() + at, 4);
+        return v;
+      };
+      ASSERT_GE(bytes.size(), 28u);
+      EXPECT_EQ(bytes.substr(0, 4), "glTF");
+      EXPECT_EQ(u32(4), 2u);
+      EXPECT_EQ(u32(8), bytes.size());
+      const std::uint32_t jsonLength = u32(12);
+      EXPECT_EQ(u32(16), 0x4E4F534Au);
+      EXPECT_EQ(jsonLength % 4, 0u);
+      const std::size_t bin = 20 + std::size_t{jsonLength};
+      EXPECT_EQ(u32(bin + 4), 0x004E4942u);
+      EXPECT_EQ(u32(bin) % 4, 0u);
+      EXPECT_EQ(bin + 8 + u32(bin), bytes.size());
+      const std::string json = bytes.substr(20, jsonLength);
+      const auto length = json.find("\"byteLength\"", json.find("\"buffers\""));
+      ASSERT_NE(length, std::string::npos) << json.substr(0, 400);
+      const std::size_t byteLength = std::stoul(json.substr(json.find(':', length) + 1));
+      EXPECT_LE(byteLength, u32(bin));
+      EXPECT_GT(byteLength + 4, u32(bin));
+      EXPECT_EQ(json.find("\"uri\"", json.find("\"buffers\"")), std::string::npos) << "a GLB's buffer has no URI";
     } else {
       // One image per distinct texture: the occlusion shares the metal-roughness image.
       EXPECT_EQ(written.files.size(), 2u + 4u);
