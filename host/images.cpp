@@ -196,8 +196,10 @@ vex::Result<void> WriteImage(const std::string& path, const vex::TextureBuffer& 
                              const ImageWriteOptions& options) {
   if (buffer.IsEmpty()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": empty texture");
   if (const auto source = Unchanged(path, buffer, options); !source.empty()) {
-    std::error_code ec;
-    if (std::filesystem::copy_file(source, path, std::filesystem::copy_options::overwrite_existing, ec)) return {};
+    // The bytes, not the file: the copy gets the permissions a new file gets, as an encoded one would.
+    std::ifstream in(source, std::ios::binary);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (in && out && (out << in.rdbuf()) && (out.close(), out)) return {};
     // Not copied (a race with the disk, a special file): encode as usual.
   }
   auto codec = Codec();

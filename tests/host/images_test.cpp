@@ -47,6 +47,8 @@ class ImageFiles : public ::testing::Test {
 TEST_F(ImageFiles, AnUntouchedPngTextureIsCopiedAndAChangedOneEncodedAgain) {
   const fs::path source = Source("source.png");
   const std::string original = Bytes(source);
+  // A read-only source: its copy is an ordinary new file all the same.
+  fs::permissions(source, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
   for (const bool colour : {false, true}) {
     SCOPED_TRACE(colour ? "colour data" : "plain data");
     auto read = host::ReadImage(source.string(), colour);
@@ -55,6 +57,7 @@ TEST_F(ImageFiles, AnUntouchedPngTextureIsCopiedAndAChangedOneEncodedAgain) {
     same.srgb = colour;
     ASSERT_TRUE(host::WriteImage((dir / "copy.png").string(), *read, same).has_value());
     EXPECT_TRUE(Bytes(dir / "copy.png") == original) << "an untouched texture is its file";
+    EXPECT_NE(fs::status(dir / "copy.png").permissions() & fs::perms::owner_write, fs::perms::none);
 
     // Other colour handling: encoded, and the pixels read back are what the buffer holds.
     host::ImageWriteOptions other;
@@ -80,6 +83,7 @@ TEST_F(ImageFiles, AnUntouchedPngTextureIsCopiedAndAChangedOneEncodedAgain) {
   // The source changed on disk after it was read: encoded from the pixels, not copied.
   auto read = host::ReadImage(source.string(), false);
   ASSERT_TRUE(read.has_value());
+  fs::permissions(source, fs::perms::owner_write, fs::perm_options::add);
   Source("source.png", 1);
   const std::string rewritten = Bytes(source);
   ASSERT_FALSE(rewritten == original);
