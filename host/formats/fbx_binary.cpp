@@ -43,11 +43,18 @@ class FileSink {
   std::size_t Tell() const { return flushed_ + buffer_.size(); }
   void Append(const char* data, std::size_t size) {
     if (buffer_.size() + size > kBuffer) Flush();
-    if (size >= kBuffer) out_.write(data, static_cast<std::streamsize>(size)), flushed_ += size;
-    else buffer_.append(data, size);
+    if (size < kBuffer) {
+      buffer_.append(data, size);
+      return;
+    }
+    out_.write(data, static_cast<std::streamsize>(size));  // large: straight to the file
+    flushed_ += size;
   }
   void Patch(std::size_t at, std::uint32_t value) {
-    if (at >= flushed_) return std::memcpy(buffer_.data() + (at - flushed_), &value, 4), void();
+    if (at >= flushed_) {
+      std::memcpy(buffer_.data() + (at - flushed_), &value, 4);
+      return;
+    }
     // Bytes already in the file: write over them and come back to the end.
     out_.seekp(static_cast<std::streamoff>(at));
     out_.write(reinterpret_cast<const char*>(&value), 4);
@@ -111,16 +118,13 @@ libdeflate_compressor* Compressor() {
   return owned.c;
 }
 
-/// Packs `count` values made by `fill`: when they take more than `compressAbove` bytes they are
-/// compressed into one zlib stream and only that is kept (the values themselves live only while
-/// their array is packed).
+/// `values` in their stored form: when they take more than `compressAbove` bytes, one zlib stream
+/// (kept only if compressing worked), else the bytes as they are.
 template <typename T>
-PackedArray Pack(std::size_t count, const ChunkFill<T>& fill, const EncodeOptions& options) {
-  PackedArray packed{ArrayCode<T>(), static_cast<std::uint32_t>(count), 0, {}};
-  std::vector<T> values(count);
-  if (count > 0) fill(0, std::span<T>(values));
+PackedArray Pack(std::span<const T> values, const EncodeOptions& options) {
+  PackedArray packed{ArrayCode<T>(), static_cast<std::uint32_t>(values.size()), 0, {}};
   const auto* plain = reinterpret_cast<const char*>(values.data());
-  const std::size_t size = count * sizeof(T);
+  const std::size_t size = values.size_bytes();
   if (options.compressAbove > 0 && size > options.compressAbove) {
     libdeflate_compressor* compressor = Compressor();
     std::string deflated(compressor != nullptr ? libdeflate_zlib_compress_bound(compressor, size) : 0, '\0');
@@ -140,10 +144,7 @@ PackedArray Pack(std::size_t count, const ChunkFill<T>& fill, const EncodeOption
 
 template <typename T, typename Sink>
 void PutArray(Sink& out, const std::vector<T>& values, const EncodeOptions& options) {
-  const ChunkFill<T> copy = [&](std::size_t first, std::span<T> chunk) {
-    std::copy_n(values.begin() + static_cast<std::ptrdiff_t>(first), chunk.size(), chunk.begin());
-  };
-  PutPacked(out, Pack<T>(values.size(), copy, options));
+  PutPacked(out, Pack<T>(values, options));
 }
 
 template <typename Sink>
@@ -437,12 +438,12 @@ char TypeCode(const Property& property) {
   return kCodes[property.index()];
 }
 
-PackedArray PackDoubles(std::size_t count, const ChunkFill<double>& fill, const EncodeOptions& options) {
-  return Pack<double>(count, fill, options);
+PackedArray PackDoubles(std::span<const double> values, const EncodeOptions& options) {
+  return Pack<double>(values, options);
 }
 
-PackedArray PackInts(std::size_t count, const ChunkFill<std::int32_t>& fill, const EncodeOptions& options) {
-  return Pack<std::int32_t>(count, fill, options);
+PackedArray PackInts(std::span<const std::int32_t> values, const EncodeOptions& options) {
+  return Pack<std::int32_t>(values, options);
 }
 
 Node& Node::Add(std::string childName, std::vector<Property> props) {

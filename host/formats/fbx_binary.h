@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -72,15 +71,10 @@ struct EncodeOptions {
   std::size_t compressAbove = 1024;
 };
 
-/// Fills `values` with the array's values from position `first` on.
-template <typename T>
-using ChunkFill = std::function<void(std::size_t first, std::span<T> values)>;
-
-/// `count` values, made by `fill`, in their stored form: compressed when they take more than
-/// `options.compressAbove` bytes (the values live only while they are packed). Safe to call from
-/// several threads at once.
-PackedArray PackDoubles(std::size_t count, const ChunkFill<double>& fill, const EncodeOptions& options = {});
-PackedArray PackInts(std::size_t count, const ChunkFill<std::int32_t>& fill, const EncodeOptions& options = {});
+/// `values` in their stored form: compressed when they take more than `options.compressAbove`
+/// bytes. Safe to call from several threads at once.
+PackedArray PackDoubles(std::span<const double> values, const EncodeOptions& options = {});
+PackedArray PackInts(std::span<const std::int32_t> values, const EncodeOptions& options = {});
 
 /// The binary file: the 27-byte header (magic, version 7400), the top-level records with 32-bit
 /// offsets, the closing null record and the footer. A record with children, or with neither

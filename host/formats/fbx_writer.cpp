@@ -205,19 +205,16 @@ vex::Result<Node> BuildGeometry(const MeshData& mesh, std::size_t index, const s
   const bool hasNormals = mesh.normals.size() == 3 * vertices && vertices > 0;
   const bool hasUvs = mesh.uvs.size() == 2 * vertices && vertices > 0;
 
-  // Floats widened to the doubles FBX stores; the polygon index marks each triangle's last corner
-  // by its complement.
+  // Floats widened to the doubles FBX stores (in the binary form packed at once, so that only the
+  // compressed bytes stay); the polygon index marks each triangle's last corner by its complement.
   const auto doubles = [&](const std::vector<float>& values) -> Property {
-    if (!packed) return std::vector<double>(values.begin(), values.end());
-    return fbx::PackDoubles(values.size(), [&](std::size_t first, std::span<double> out) {
-      std::copy_n(values.begin() + static_cast<std::ptrdiff_t>(first), out.size(), out.begin());
-    });
+    std::vector<double> wide(values.begin(), values.end());
+    if (packed) return fbx::PackDoubles(wide);
+    return wide;
   };
-  const auto polygonIndex = [&](std::size_t first, std::span<std::int32_t> out) {
-    for (std::size_t k = 0; k < out.size(); ++k) {
-      const auto v = static_cast<std::int32_t>(mesh.indices[first + k]);
-      out[k] = (first + k) % 3 == 2 ? -v - 1 : v;
-    }
+  const auto ints = [&](std::vector<std::int32_t> values) -> Property {
+    if (packed) return fbx::PackInts(values);
+    return values;
   };
   // The slot of each triangle: the position of its material among the model's materials.
   std::vector<std::int32_t> perPolygon;
@@ -235,10 +232,9 @@ vex::Result<Node> BuildGeometry(const MeshData& mesh, std::size_t index, const s
   // The large arrays, each packed on its own core where there are several.
   Property vertexArray, cornerArray, normalArray, uvArray;
   const auto corners = [&] {
-    if (packed) return cornerArray = fbx::PackInts(mesh.indices.size(), polygonIndex), void();
-    std::vector<std::int32_t> values(mesh.indices.size());
-    polygonIndex(0, values);
-    cornerArray = std::move(values);
+    std::vector<std::int32_t> values(mesh.indices.begin(), mesh.indices.end());
+    for (std::size_t k = 2; k < values.size(); k += 3) values[k] = -values[k] - 1;
+    cornerArray = ints(std::move(values));
   };
   tbb::parallel_invoke([&] { vertexArray = doubles(mesh.positions); }, corners,
                        [&] { if (hasNormals) normalArray = doubles(mesh.normals); },
@@ -276,12 +272,7 @@ vex::Result<Node> BuildGeometry(const MeshData& mesh, std::size_t index, const s
     m.Add("Name", {std::string()});
     m.Add("MappingInformationType", {std::string(perPolygon.size() == 1 ? "AllSame" : "ByPolygon")});
     m.Add("ReferenceInformationType", {std::string("IndexToDirect")});
-    if (packed)
-      m.Add("Materials", {fbx::PackInts(perPolygon.size(), [&](std::size_t first, std::span<std::int32_t> out) {
-              std::copy_n(perPolygon.begin() + static_cast<std::ptrdiff_t>(first), out.size(), out.begin());
-            })});
-    else
-      m.Add("Materials", {std::move(perPolygon)});
+    m.Add("Materials", {ints(std::move(perPolygon))});
     layers.push_back("LayerElementMaterial");
   }
   Node& layer = g.Add("Layer", {std::int32_t{0}});

@@ -9,6 +9,7 @@
 #include <tiny_gltf.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -249,32 +250,26 @@ class Writer {
     std::map<std::string, int> attributes;
     attributes["POSITION"] = AddAccessor(AddView(mesh.positions.data(), mesh.positions.size() * 4, kArrayBuffer), 0,
                                          TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC3, min, max);
+    // Readers expect unit normals and tangents; a zero one gets +Y (normals) or +X (tangents)
+    // rather than an invalid file.
+    const auto unit = [](const float* in, float* out, std::array<float, 3> fallback) {
+      const float length = std::sqrt(in[0] * in[0] + in[1] * in[1] + in[2] * in[2]);
+      const bool usable = length > 1e-20f && std::isfinite(length);
+      for (std::size_t c = 0; c < 3; ++c) out[c] = usable ? in[c] / length : fallback[c];
+    };
     if (!mesh.normals.empty()) {
-      // Readers expect unit normals; a zero normal gets +Y rather than an invalid file.
       const float* normals = mesh.normals.data();
-      attributes["NORMAL"] = AddAccessor(AddFloats(n, 3, kArrayBuffer, [normals](std::size_t i, float* v) {
-                                           const float* in = normals + 3 * i;
-                                           const float length = std::sqrt(in[0] * in[0] + in[1] * in[1] + in[2] * in[2]);
-                                           if (length > 1e-20f && std::isfinite(length)) {
-                                             for (int c = 0; c < 3; ++c) v[c] = in[c] / length;
-                                           } else {
-                                             v[0] = 0, v[1] = 1, v[2] = 0;
-                                           }
-                                         }),
-                                         0, TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC3);
+      attributes["NORMAL"] = AddAccessor(
+          AddFloats(n, 3, kArrayBuffer, [normals, unit](std::size_t i, float* v) { unit(normals + 3 * i, v, {0, 1, 0}); }),
+          0, TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC3);
     }
     if (!mesh.tangents.empty() && !mesh.normals.empty()) {
       const float* tangents = mesh.tangents.data();
-      attributes["TANGENT"] = AddAccessor(AddFloats(n, 4, kArrayBuffer, [tangents](std::size_t i, float* v) {
-                                            const float* in = tangents + 4 * i;
-                                            const float length = std::sqrt(in[0] * in[0] + in[1] * in[1] + in[2] * in[2]);
-                                            if (length > 1e-20f && std::isfinite(length)) {
-                                              for (int c = 0; c < 3; ++c) v[c] = in[c] / length;
-                                            } else {
-                                              v[0] = 1, v[1] = 0, v[2] = 0;
-                                            }
-                                            v[3] = in[3] < 0 ? -1.0f : 1.0f;
-                                          }),
+      attributes["TANGENT"] = AddAccessor(AddFloats(n, 4, kArrayBuffer,
+                                                    [tangents, unit](std::size_t i, float* v) {
+                                                      unit(tangents + 4 * i, v, {1, 0, 0});
+                                                      v[3] = tangents[4 * i + 3] < 0 ? -1.0f : 1.0f;
+                                                    }),
                                           0, TINYGLTF_COMPONENT_TYPE_FLOAT, n, TINYGLTF_TYPE_VEC4);
     }
     if (!mesh.uvs.empty()) {

@@ -910,12 +910,7 @@ vex::Result<void> CheckDocumentFiles(Document& document, const std::string& sour
   }
   // A dome light's image: the writers pass it on by name, so a missing one would leave the file
   // pointing at nothing.
-  std::vector<const SceneObject*> pending;
-  for (const auto& root : document.Objects()) pending.push_back(root.get());
-  while (!pending.empty()) {
-    const SceneObject* object = pending.back();
-    pending.pop_back();
-    for (const auto& child : object->Children()) pending.push_back(child.get());
+  for (const SceneObject* object : document.AllObjects()) {
     if (object->GetType() != corvane::kLightObject) continue;
     const vex::Data* d = object->Parameters().Find(corvane::kDomeTexture);
     const auto* image = d != nullptr ? d->Get<vex::ImageReference>() : nullptr;

@@ -440,19 +440,6 @@ TEST_F(Scenes, BadScenesFailNamingTheObjectAndLeaveNothing) {
   EXPECT_FALSE(fs::exists(out / "flat"));
 }
 
-/// A GLB of `json` with `bin` as its binary chunk (both padded to four bytes).
-std::string Glb(std::string json, std::string bin) {
-  while (json.size() % 4 != 0) json += ' ';
-  while (bin.size() % 4 != 0) bin += '\0';
-  const auto word = [](std::size_t v) {
-    std::string w(4, '\0');
-    for (std::size_t k = 0; k < 4; ++k) w[k] = static_cast<char>((v >> (8 * k)) & 0xFF);
-    return w;
-  };
-  return "glTF" + word(2) + word(12 + 8 + json.size() + 8 + bin.size()) + word(json.size()) + "JSON" + json +
-         word(bin.size()) + std::string("BIN\0", 4) + bin;
-}
-
 /// The binary FBX file with the x of the Lcl Translation of the model `name` set to `x`.
 void SetTranslationX(const std::string& path, const std::string& name, double x) {
   std::ifstream in(path, std::ios::binary);
@@ -505,7 +492,7 @@ TEST_F(Scenes, MissingFilesAndNonFiniteTransformsFailInEveryFormat) {
   const auto glb = [&](const std::string& name, const std::string& images, const std::string& buffers, int positionBuffer) {
     const fs::path file = dir / "glb" / (name + ".glb");
     fs::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << Glb(R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
+    std::ofstream(file, std::ios::binary) << gltf_fixture::Glb(R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
       "nodes": [{"name": "Wall", "mesh": 0}],
       "meshes": [{"name": "Wall", "primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "material": 0}]}],
       "materials": [{"name": "Brick", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}],

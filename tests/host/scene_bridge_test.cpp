@@ -479,19 +479,6 @@ TEST(SceneFiles, PolygonAttributesAreSavedAndCheckedInTheSceneFile) {
   refused(R"({"normals": [[0, 0]]})", "bad.vex: objects[0].parameters.943.normals[0]: expected an array of 3 numbers");
 }
 
-/// A GLB of `json` with `bin` as its binary chunk (both padded to four bytes).
-std::string Glb(std::string json, std::string bin) {
-  while (json.size() % 4 != 0) json += ' ';
-  while (bin.size() % 4 != 0) bin += '\0';
-  const auto word = [](std::size_t v) {
-    std::string w(4, '\0');
-    for (std::size_t k = 0; k < 4; ++k) w[k] = static_cast<char>((v >> (8 * k)) & 0xFF);
-    return w;
-  };
-  return "glTF" + word(2) + word(12 + 8 + json.size() + 8 + bin.size()) + word(json.size()) + "JSON" + json +
-         word(bin.size()) + std::string("BIN\0", 4) + bin;
-}
-
 TEST(SceneFiles, MissingBuffersAndTexturesAreFoundBeforeReading) {
   const fs::path dir = fs::temp_directory_path() / ("scene_refs_" + std::to_string(getpid()));
   fs::remove_all(dir);
@@ -507,7 +494,7 @@ TEST(SceneFiles, MissingBuffersAndTexturesAreFoundBeforeReading) {
   // The same JSON as a .gltf and as a GLB's JSON chunk (with a binary chunk behind it).
   const std::string gltf = (dir / "s.gltf").string(), glb = (dir / "s.glb").string();
   std::ofstream(gltf) << json;
-  std::ofstream(glb, std::ios::binary) << Glb(json, std::string(8, '\x7f'));
+  std::ofstream(glb, std::ios::binary) << gltf_fixture::Glb(json, std::string(8, '\x7f'));
   std::ofstream(dir / "here.bin") << "abcd";
   for (const std::string& file : {gltf, glb}) {
     auto checked = formats::CheckReferencedFiles(file);
@@ -524,7 +511,7 @@ TEST(SceneFiles, MissingBuffersAndTexturesAreFoundBeforeReading) {
   EXPECT_TRUE(formats::CheckReferencedFiles(gltf));
   EXPECT_TRUE(formats::CheckReferencedFiles(glb));
   // A file that only starts like a GLB is left to the reader to refuse.
-  std::ofstream(dir / "cut.glb", std::ios::binary) << Glb(json, "").substr(0, 40);
+  std::ofstream(dir / "cut.glb", std::ios::binary) << gltf_fixture::Glb(json, "").substr(0, 40);
   EXPECT_TRUE(formats::CheckReferencedFiles((dir / "cut.glb").string()));
   fs::remove_all(dir);
 }

@@ -138,16 +138,12 @@ TEST(FbxRecords, PackedArraysAndTheStreamedFileMatchTheInMemoryEncoding) {
   for (std::size_t i = 0; i < wave.size(); ++i) wave[i] = std::sin(static_cast<double>(i) * 0.001) * 100;
   std::vector<std::int32_t> corners(90000);
   for (std::size_t i = 0; i < corners.size(); ++i) corners[i] = i % 3 == 2 ? -static_cast<std::int32_t>(i) - 1 : static_cast<std::int32_t>(i);
-  const auto fromWave = [&](std::size_t first, std::span<double> out) { std::copy_n(wave.begin() + first, out.size(), out.begin()); };
-  const auto fromCorners = [&](std::size_t first, std::span<std::int32_t> out) {
-    std::copy_n(corners.begin() + first, out.size(), out.begin());
-  };
   fbx::Node objects{"Objects", {}, {}};
   fbx::Node& geometry = objects.Add("Geometry", {std::int64_t{7}, std::string("g")});
-  geometry.Add("Vertices", {fbx::PackDoubles(wave.size(), fromWave)});
-  geometry.Add("PolygonVertexIndex", {fbx::PackInts(corners.size(), fromCorners, {.compressAbove = 0})});
+  geometry.Add("Vertices", {fbx::PackDoubles(wave)});
+  geometry.Add("PolygonVertexIndex", {fbx::PackInts(corners, {.compressAbove = 0})});
   geometry.Add("Plain", {wave});
-  geometry.Add("Tiny", {fbx::PackInts(2, [](std::size_t, std::span<std::int32_t> out) { out[0] = 4, out[1] = 5; })});
+  geometry.Add("Tiny", {fbx::PackInts(std::vector<std::int32_t>{4, 5})});
   const std::vector<fbx::Node> top{fbx::Node{"Header", {std::string("h")}, {}}, objects, fbx::Node{"Takes", {}, {}}};
 
   const auto* packed = std::get_if<fbx::PackedArray>(&geometry.children[0].properties[0]);
@@ -178,8 +174,7 @@ TEST(FbxRecords, PackedArraysAndTheStreamedFileMatchTheInMemoryEncoding) {
   EXPECT_EQ(std::get<std::vector<std::int32_t>>(g->Find("Tiny")->properties[0]), (std::vector<std::int32_t>{4, 5}));
 
   // The ASCII form shows packed arrays by their values.
-  fbx::Node small{"S", {fbx::PackInts(3, [](std::size_t, std::span<std::int32_t> out) { out[0] = 1, out[1] = -2, out[2] = 3; },
-                                      {.compressAbove = 4})},
+  fbx::Node small{"S", {fbx::PackInts(std::vector<std::int32_t>{1, -2, 3}, {.compressAbove = 4})},
                   {}};
   EXPECT_NE(fbx::EncodeAscii({small}).find("*3 {\n\ta: 1,-2,3\n} "), std::string::npos) << fbx::EncodeAscii({small});
 

@@ -15,6 +15,20 @@
 
 namespace gltf_fixture {
 
+/// A GLB of `json` with `bin` as its binary chunk (both padded to four bytes).
+inline std::string Glb(std::string json, std::string bin) {
+  while (json.size() % 4 != 0) json += ' ';
+  while (bin.size() % 4 != 0) bin += '\0';
+  const auto word = [](std::size_t v) {
+    std::string w(4, '\0');
+    for (std::size_t k = 0; k < 4; ++k) w[k] = static_cast<char>((v >> (8 * k)) & 0xFF);
+    return w;
+  };
+  return "glTF" + word(2) + word(12 + 8 + json.size() + 8 + bin.size()) + word(json.size()) + "JSON" + json +
+         word(bin.size()) + std::string("BIN\0", 4) + bin;
+}
+
+
 namespace formats = host::formats;
 namespace port = vex::ports::gltf;
 
