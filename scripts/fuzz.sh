@@ -4,7 +4,9 @@
 # Each harness first replays its corpus, then mutates it for SECONDS (default 600). New inputs
 # that reach new code go to out/fuzz/<harness>/new; a crash or hang is written to
 # out/fuzz/<harness>/crash-* or timeout-* and ends that harness with a non-zero status.
-# FUZZ_JOBS harnesses run at once (default 2), under nice.
+# FUZZ_JOBS harnesses run at once (default 2), under nice. FUZZ_SEED fixes the mutations' seed
+# (the test command's run uses one, so that its outcome is the same on every run of a tree);
+# without it each run takes a new seed from the clock and prints it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-600}
@@ -14,6 +16,8 @@ if ((${#harnesses[@]} == 0)); then
   harnesses=(paramset scene material_file light registry image gltf obj fbx ply allplan_options)
 fi
 jobs=${FUZZ_JOBS:-2}
+seed=()
+if [ -n "${FUZZ_SEED:-}" ]; then seed=(-seed="$FUZZ_SEED"); fi
 
 if [ ! -f build/build.ninja ]; then
   cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -26,11 +30,13 @@ status=0
 run() {
   local h=$1 dir=out/fuzz/$1
   mkdir -p "$dir"
-  if nice -n 19 build/bin/fuzzing_"$h" -max_total_time="$seconds" -timeout=20 -new="$dir/new" \
+  if nice -n 19 build/bin/fuzzing_"$h" -max_total_time="$seconds" -timeout=20 "${seed[@]}" -new="$dir/new" \
       -artifact_prefix="$dir/" "tests/fuzz/corpus/$h" >"$dir/log" 2>&1; then
     echo "$h: $(tail -n 1 "$dir/log")"
   else
-    echo "$h: FAILED, see $dir/log"; return 1
+    echo "$h: FAILED, see $dir/log; its end:"
+    tail -n 40 "$dir/log" | sed "s/^/  $h| /"
+    return 1
   fi
 }
 running=0

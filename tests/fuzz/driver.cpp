@@ -297,6 +297,7 @@ int main(int argc, char** argv) {
 
   const std::uint64_t seed =
       options.seed ? options.seed : static_cast<std::uint64_t>(start.time_since_epoch().count());
+  std::fprintf(stderr, "fuzz driver: mutating with seed %llu\n", static_cast<unsigned long long>(seed));
   Mutator mutator(seed);
   std::uint64_t executions = 0;
   std::size_t added = 0;
