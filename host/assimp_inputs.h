@@ -1,12 +1,16 @@
 // The mesh library's file access limited to regular files: an OBJ's material library or a
 // texture named by a file is opened only when it is one (a FIFO would block, /dev/zero would
-// never end). Header-only, for the units that already wrap the mesh library.
+// never end), and a material library only when it passes CheckMtlText. Header-only, for the
+// units that already wrap the mesh library.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include <assimp/DefaultIOSystem.h>
 
@@ -17,6 +21,11 @@ namespace host {
 
 class RegularFileIO final : public Assimp::DefaultIOSystem {
  public:
+  RegularFileIO() = default;
+  /// For an OBJ: every file the library opens besides `objFile` is one of its material
+  /// libraries, whatever its name, and is checked as one.
+  explicit RegularFileIO(std::string objFile) : objFile_(std::move(objFile)) {}
+
   Assimp::IOStream* Open(const char* file, const char* mode = "rb") override {
     if (file == nullptr || mode == nullptr || std::strchr(mode, 'w') != nullptr)
       return Assimp::DefaultIOSystem::Open(file, mode);
@@ -24,8 +33,7 @@ class RegularFileIO final : public Assimp::DefaultIOSystem {
     if (::stat(file, &info) != 0) return nullptr;  // missing: the library goes on without it
     auto bytes = ReadInputFile(file);
     if (!bytes) return Refuse(bytes.error().message);
-    std::string_view name(file);
-    if (name.size() > 4 && (name.ends_with(".mtl") || name.ends_with(".MTL")))
+    if (IsMaterialLibrary(file))
       if (auto checked = CheckMtlText(*bytes, file); !checked) return Refuse(checked.error().message);
     return Assimp::DefaultIOSystem::Open(file, mode);
   }
@@ -37,6 +45,13 @@ class RegularFileIO final : public Assimp::DefaultIOSystem {
     if (refused_.empty()) refused_ = why;
     return nullptr;
   }
+  bool IsMaterialLibrary(const char* file) const {
+    if (objFile_.empty()) return false;
+    std::error_code ec;
+    return !std::filesystem::equivalent(file, objFile_, ec);
+  }
+
+  std::string objFile_;
   std::string refused_;
 };
 

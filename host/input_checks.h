@@ -3,6 +3,10 @@
 // deep enough to exhaust the stack of a recursive reader.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,20 +15,47 @@
 
 namespace host {
 
-/// A PLY header: "ply", a "format" line, element and property lines, "end_header" followed by the
-/// body. Fails with "FILE:LINE: <reason>" for a header that ends before "end_header", a line that
-/// is not one of the header's kinds, or element counts that the body cannot hold (at least one
-/// byte per binary property, two per ASCII one).
+/// How deep a node hierarchy may go, a root being at level 1. Deeper scenes are refused where
+/// they are read (glTF, FBX, .vex, and the mesh library's formats) and where a scene is checked
+/// before writing: the libraries that read and write them recurse once per level.
+inline constexpr int kMaxNodeDepth = 1000;
+
+/// A PLY file: "ply", a "format" line, element and property lines, "end_header" followed by the
+/// body. Fails with "FILE:LINE: <reason>" for a header that ends before "end_header", holds a byte
+/// that is not ASCII text, a line that is not one of the header's kinds, a property type that is
+/// not the format's own, or element counts that the body cannot hold (at least one byte per binary
+/// property, two per ASCII one); and for a list whose count the body cannot hold (ASCII: more
+/// values than its line has left; binary: more than the bytes left).
 vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file);
 
-/// An OBJ material library: texture statements (map_..., bump, disp, decal, refl, norm) must
-/// follow a "newmtl" line (the mesh library writes through a null material otherwise).
-/// Fails with "FILE:LINE: <reason>".
+/// An OBJ material library as the mesh library reads it: nothing but blank lines and comments
+/// may come before the first "newmtl" line (it writes through a null material otherwise, for
+/// texture statements in spellings it matches loosely). Fails with "FILE:LINE: <reason>".
 vex::Result<void> CheckMtlText(std::string_view text, const std::string& file);
 
 /// glTF (`binary` false) or GLB bytes: the container's lengths (GLB) and the JSON text, which
 /// must be valid and within the nesting limit (json_text.h). Errors name the file and position.
 vex::Result<void> CheckGltfBytes(std::string_view bytes, const std::string& file, bool binary);
+
+/// CheckGltfBytes, then the nodes as the mesh library walks them: a child that exists, one parent
+/// each, no cycle, no deeper than kMaxNodeDepth. "FILE: node 'NAME' ..." otherwise.
+vex::Result<void> CheckGltfNodeTree(std::string_view bytes, const std::string& file, bool binary);
+
+/// A node of a hierarchy given as each node's parent (-1 for a root) that lies deeper than
+/// kMaxNodeDepth or on a cycle of parents.
+struct MisplacedNode {
+  std::size_t node = 0;
+  bool cycle = false;  ///< on a cycle of parents, else too deep
+};
+/// The first such node, if any; iterative, linear in the number of nodes.
+std::optional<MisplacedNode> FindMisplacedNode(std::span<const std::int64_t> parent);
+/// "node 'NAME' lies on a cycle of parents" or "node 'NAME': the hierarchy is deeper than N levels".
+std::string DescribeMisplacedNode(const MisplacedNode& misplaced, const std::string& name);
+
+/// Markup (an XML file such as COLLADA) whose elements nest no deeper than `limit`; comments,
+/// declarations, processing instructions and CDATA are skipped, quotes in tags respected.
+/// "FILE:LINE: elements nested deeper than N levels" otherwise.
+vex::Result<void> CheckMarkupDepth(std::string_view text, const std::string& file, int limit);
 
 /// Reads a file a glTF refers to (a buffer or image uri) only when it is a regular file; the
 /// signature of the glTF library's file callback, `error` gets the one-line reason.

@@ -11,6 +11,7 @@
 #include <assimp/scene.h>
 
 #include "host/assimp_inputs.h"
+#include "host/formats/fbx_io.h"
 #include "host/input_checks.h"
 #include "host/input_files.h"
 #include "host/polygon_object.h"
@@ -22,6 +23,9 @@ namespace host::mesh_import {
 namespace {
 
 constexpr std::string_view kSuffixes[] = {"obj", "gltf", "glb", "fbx", "ply", "stl", "dae", "3ds", "off"};
+/// Elements around a COLLADA node and inside it (the document, its library and visual scene, a
+/// geometry instance's material binding) beyond the node levels themselves.
+constexpr int kColladaFrame = 16;
 
 std::string Lower(std::string_view text) {
   std::string out(text);
@@ -89,9 +93,14 @@ bool IsMeshFile(std::string_view path) {
 
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const vex::IUnits& units) {
   VEX_ASSIGN(const std::string bytes, ReadInputFile(path));
-  if (Lower(fs::path(path).extension().string()) == ".ply") VEX_TRY(CheckPlyHeader(bytes, path));
+  // What the library would loop on, or recurse through once per level, is refused first.
+  const std::string suffix = Lower(fs::path(path).extension().string());
+  if (suffix == ".ply") VEX_TRY(CheckPlyHeader(bytes, path));
+  if (suffix == ".gltf" || suffix == ".glb") VEX_TRY(CheckGltfNodeTree(bytes, path, suffix == ".glb"));
+  if (suffix == ".fbx") VEX_TRY(formats::detail::CheckFbxNesting(path));
+  if (suffix == ".dae") VEX_TRY(CheckMarkupDepth(bytes, path, kMaxNodeDepth + kColladaFrame));
   Assimp::Importer importer;
-  auto* io = new RegularFileIO;  // owned by the importer
+  auto* io = suffix == ".obj" ? new RegularFileIO(path) : new RegularFileIO;  // owned by the importer
   importer.SetIOHandler(io);
   // Only positions matter: without normals and texture coordinates, corners at the same place
   // become one point.

@@ -9,6 +9,7 @@
 #include <limits>
 #include <optional>
 
+#include "host/input_checks.h"
 #include "host/input_files.h"
 #include "host/json_codec.h"
 #include "host/json_text.h"
@@ -333,18 +334,29 @@ struct Reader : json_codec::Decoder {
   }
 
   /// An object and its children, inserted through the document as a module would insert them.
-  vex::Result<void> ObjectTree(const Json& v, Document& document, SceneObject* parent, const std::string& where) const {
+  /// `level` counts the object's ancestors and itself.
+  vex::Result<void> ObjectTree(const Json& v, Document& document, SceneObject* parent, const std::string& where,
+                               int level) const {
+    if (level > kMaxNodeDepth) {
+      // Named by the top-level object and this one: the path between is a thousand steps long.
+      const std::string name = v.is_object() && v.contains("name") && v["name"].is_string() ? v["name"].get<std::string>() : "";
+      return std::unexpected(Fail(where.substr(0, where.find('.')), "its children nest deeper than " +
+                                                                        std::to_string(kMaxNodeDepth) + " levels, at object " +
+                                                                        Quoted(name)));
+    }
     VEX_ASSIGN(auto object, Object(v, where));
     VEX_ASSIGN(vex::ISceneObject * inserted, document.InsertObject(object, parent));
     if (v.contains("children"))
-      VEX_TRY(Objects(v["children"], document, static_cast<SceneObject*>(inserted), where + ".children"));
+      VEX_TRY(Objects(v["children"], document, static_cast<SceneObject*>(inserted), where + ".children", level));
     return {};
   }
 
-  vex::Result<void> Objects(const Json& v, Document& document, SceneObject* parent, const std::string& where) const {
+  /// The objects under a parent at `level` (0 for the document's top).
+  vex::Result<void> Objects(const Json& v, Document& document, SceneObject* parent, const std::string& where,
+                            int level = 0) const {
     if (!v.is_array()) return std::unexpected(Fail(where, "expected an array of objects"));
     for (std::size_t i = 0; i < v.size(); ++i)
-      VEX_TRY(ObjectTree(v[i], document, parent, where + "[" + std::to_string(i) + "]"));
+      VEX_TRY(ObjectTree(v[i], document, parent, where + "[" + std::to_string(i) + "]", level + 1));
     return {};
   }
 
@@ -626,7 +638,7 @@ class SceneEvents final : public JsonEventHandler {
       case Section::Objects: {
         if (depth_ == 1) return reader_.Objects(v, document_, nullptr, "objects");  // not a list
         const std::string at = "objects[" + std::to_string(objectIndex_++) + "]";
-        auto inserted = reader_.ObjectTree(v, document_, nullptr, at);
+        auto inserted = reader_.ObjectTree(v, document_, nullptr, at, 1);
         if (!inserted) objectFailed_ = true;
         return inserted;
       }
@@ -840,12 +852,16 @@ class SceneEvents final : public JsonEventHandler {
   Json assets_, materials_;
 };
 
+/// The nesting a scene file may reach: the limit for JSON, plus two levels (an object and its
+/// "children") for each level of a hierarchy as deep as a scene may be, which ObjectTree checks.
+int SceneDepthLimit() { return JsonDepthLimit() + 2 * kMaxNodeDepth; }
+
 }  // namespace
 
 vex::Result<void> Parse(std::string_view text, const std::string& source, Document& document,
                         const ReadOptions& options) {
   SceneEvents events(source, options, document);
-  VEX_TRY(ReadJsonEvents(text, source, events));
+  VEX_TRY(ReadJsonEvents(text, source, events, SceneDepthLimit()));
   VEX_TRY(events.Finish());
   document.SetChanged(false);
   return {};
@@ -853,7 +869,7 @@ vex::Result<void> Parse(std::string_view text, const std::string& source, Docume
 
 vex::Result<void> ParseFile(const std::string& path, Document& document, const ReadOptions& options) {
   SceneEvents events(path, options, document);
-  VEX_TRY(ReadJsonFileEvents(path, events));
+  VEX_TRY(ReadJsonFileEvents(path, events, SceneDepthLimit()));
   VEX_TRY(events.Finish());
   document.SetChanged(false);
   return {};

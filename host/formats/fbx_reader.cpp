@@ -39,6 +39,7 @@
 #include "host/formats/assimp_lock.h"
 #include "host/formats/fbx_binary.h"
 #include "host/formats/light_units.h"
+#include "host/input_checks.h"
 #include "host/input_files.h"
 #include "host/formats/fbx_io.h"
 #include "host/formats/fbx_surface.h"
@@ -360,7 +361,33 @@ struct Attributes {
   /// The first Model whose transform holds a number that is not finite (Assimp reads a NaN
   /// translation as none at all, so it is looked for in the records).
   std::optional<std::string> nonFinite;
+  /// Why the mesh library must not be handed the file: records or braces nested deeper than
+  /// kMaxRecordDepth, Models parented deeper than kMaxNodeDepth or in a cycle. It recurses once
+  /// per level of either.
+  std::optional<std::string> refused;
 };
+
+/// Records nest a few levels in any real file; the binary decoder allows as many.
+constexpr int kMaxRecordDepth = 64;
+
+/// What the Connections say of Models parented to Models: the first one too deep or on a cycle.
+std::optional<std::string> ModelChainProblem(const std::map<std::int64_t, std::string>& models,
+                                             const std::vector<std::pair<std::int64_t, std::int64_t>>& links) {
+  std::map<std::int64_t, std::size_t> index;
+  std::vector<std::string> names;
+  for (const auto& [id, name] : models) {
+    index.emplace(id, names.size());
+    names.push_back(name);
+  }
+  std::vector<std::int64_t> parent(names.size(), -1);
+  for (const auto& [child, up] : links) {
+    const auto c = index.find(child), p = index.find(up);
+    if (c != index.end() && p != index.end() && parent[c->second] < 0)
+      parent[c->second] = static_cast<std::int64_t>(p->second);
+  }
+  if (const auto misplaced = FindMisplacedNode(parent)) return DescribeMisplacedNode(*misplaced, names[misplaced->node]);
+  return std::nullopt;
+}
 
 // The properties of a Model that make up its transform.
 const std::set<std::string, std::less<>> kTransformProperties = {
@@ -445,18 +472,29 @@ CameraData CameraFromRecords(const std::string& name, const Properties& p) {
   return camera;
 }
 
-/// The first Model of an ASCII file whose transform properties hold a number that is not finite
-/// ("nan", "inf", or one beyond a double): the text is scanned line by line for the Models'
-/// "P:" records, as the binary records are read below.
-std::optional<std::string> NonFiniteInAscii(const std::string& text) {
-  std::size_t start = 0;
+/// An ASCII file scanned line by line, as the binary records are read below: the first Model whose
+/// transform properties hold a number that is not finite ("nan", "inf", or one beyond a double),
+/// braces nested too deep, and the Models' parents from the "C:" records.
+Attributes ScanAscii(const std::string& path, const std::string& text) {
+  Attributes out;
+  std::size_t start = 0, number = 0;
   std::string model;
   int depth = 0, modelDepth = 0;
+  std::map<std::int64_t, std::string> models;
+  std::vector<std::pair<std::int64_t, std::int64_t>> links;
+  const auto integer = [](std::string_view field) -> std::optional<std::int64_t> {
+    field.remove_prefix(std::min(field.find_first_not_of(' '), field.size()));
+    std::int64_t v = 0;
+    const auto [ptr, ec] = std::from_chars(field.data(), field.data() + field.size(), v);
+    if (ec != std::errc() || ptr == field.data()) return std::nullopt;
+    return v;
+  };
   while (start < text.size()) {
     std::size_t end = text.find('\n', start);
     if (end == std::string::npos) end = text.size();
     std::string_view line(text.data() + start, end - start);
     start = end + 1;
+    ++number;
     const std::size_t first = line.find_first_not_of(" \t");
     if (first == std::string_view::npos || line[first] == ';') continue;
     line.remove_prefix(first);
@@ -468,7 +506,8 @@ std::optional<std::string> NonFiniteInAscii(const std::string& text) {
     for (std::size_t i = 0; i < line.size(); ++i) {
       if (line[i] == '"') quoted = !quoted;
       if (quoted) continue;
-      if (line[i] == '{') ++depth;
+      if (line[i] == '{' && ++depth > kMaxRecordDepth && !out.refused)
+        out.refused = path + ":" + std::to_string(number) + ": records nested too deep";
       if (line[i] == '}') --depth;
       if (line[i] == ',') {
         fields.push_back(line.substr(from, i - from));
@@ -476,26 +515,34 @@ std::optional<std::string> NonFiniteInAscii(const std::string& text) {
       }
     }
     fields.push_back(line.substr(from));
+    if (out.refused) return out;
     if (line.starts_with("Model:") && fields.size() > 1) {
       const std::string_view name = fields[1].substr(std::min(fields[1].find_first_not_of(' '), fields[1].size()));
       constexpr std::string_view kPrefix = "\"Model::";
       model = name.starts_with(kPrefix) ? std::string(name.substr(kPrefix.size(), name.rfind('"') - kPrefix.size()))
                                         : std::string(name);
       modelDepth = before;
+      if (const auto id = integer(fields[0].substr(6))) models.emplace(*id, model);
+      continue;
+    }
+    if (line.starts_with("C:") && fields.size() >= 3 && fields[0].find("\"OO\"") != std::string_view::npos) {
+      const auto child = integer(fields[1]), parent = integer(fields[2]);
+      if (child && parent) links.emplace_back(*child, *parent);
       continue;
     }
     if (!model.empty() && depth <= modelDepth) model.clear();
-    if (model.empty() || !line.starts_with("P:") || fields.size() < 5) continue;
+    if (model.empty() || out.nonFinite || !line.starts_with("P:") || fields.size() < 5) continue;
     const std::string_view property = fields[0].substr(fields[0].find('"') + 1);
     if (!kTransformProperties.contains(property.substr(0, property.find('"')))) continue;
     for (std::size_t k = 4; k < fields.size(); ++k) {
       const std::string value(fields[k]);
       char* parsed = nullptr;
       const double v = std::strtod(value.c_str(), &parsed);
-      if (parsed != value.c_str() && !std::isfinite(v)) return model;
+      if (parsed != value.c_str() && !std::isfinite(v)) out.nonFinite = model;
     }
   }
-  return std::nullopt;
+  if (const auto problem = ModelChainProblem(models, links)) out.refused = path + ": " + *problem;
+  return out;
 }
 
 /// The records of a binary file (lights, cameras, and whether a Model's transform is not
@@ -504,12 +551,13 @@ Attributes ReadAttributes(const std::string& path, std::vector<std::string>& war
   Attributes out;
   std::ifstream in(path, std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) {
-    out.nonFinite = NonFiniteInAscii(bytes);
-    return out;
-  }
+  if (bytes.rfind("Kaydara FBX Binary", 0) != 0) return ScanAscii(path, bytes);
   auto top = fbx::DecodeBinary(bytes, path);
   if (!top) {
+    if (top.error().message.ends_with("records nested too deep")) {
+      out.refused = top.error().message;
+      return out;
+    }
     warnings.push_back("lights and cameras: " + top.error().message + "; Assimp's reading used");
     return out;
   }
@@ -532,11 +580,13 @@ Attributes ReadAttributes(const std::string& path, std::vector<std::string>& war
       if (!out.nonFinite && HasNonFiniteTransform(object)) out.nonFinite = models[*id];
     }
   }
+  std::vector<std::pair<std::int64_t, std::int64_t>> links;
   for (const auto& c : connections->children) {
     if (c.properties.size() < 3) continue;
     const auto* child = std::get_if<std::int64_t>(&c.properties[1]);
     const auto* parent = std::get_if<std::int64_t>(&c.properties[2]);
     if (child == nullptr || parent == nullptr) continue;
+    links.emplace_back(*child, *parent);
     const auto attribute = attributes.find(*child);
     const auto model = models.find(*parent);
     if (attribute == attributes.end() || model == models.end()) continue;
@@ -547,6 +597,7 @@ Attributes ReadAttributes(const std::string& path, std::vector<std::string>& war
     if (kind == "Light") out.lights.emplace(model->second, LightFromRecords(name, props));
     if (kind == "Camera") out.cameras.emplace(model->second, CameraFromRecords(name, props));
   }
+  if (const auto problem = ModelChainProblem(models, links)) out.refused = path + ": " + *problem;
   return out;
 }
 
@@ -599,8 +650,19 @@ Matrix4 FromAxes(const aiVector3D& dir, const aiVector3D& up) {
 
 }  // namespace
 
+vex::Result<void> CheckFbxNesting(const std::string& path) {
+  VEX_TRY(CheckInputFile(path));
+  std::vector<std::string> warnings;
+  if (const Attributes records = ReadAttributes(path, warnings); records.refused)
+    return VEX_FAIL(vex::ErrorKind::IllegalArgument, *records.refused);
+  return {};
+}
+
 vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options) {
   VEX_TRY(CheckInputFile(path));
+  std::vector<std::string> recordWarnings;
+  const Attributes records = ReadAttributes(path, recordWarnings);
+  if (records.refused) return VEX_FAIL(vex::ErrorKind::IllegalArgument, *records.refused);
   std::lock_guard lock(AssimpMutex());
   Assimp::Importer importer;
   auto* io = new RegularFileIO;  // owned by the importer: only regular files are opened
@@ -653,7 +715,7 @@ vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles&
       queue.push_back({root, -1});
   }
   // Lights and cameras by the name of their node (Assimp names both after the Model).
-  const Attributes records = ReadAttributes(path, out.warnings);
+  for (auto& line : recordWarnings) out.warnings.push_back(std::move(line));
   if (records.nonFinite)
     return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": node '" + *records.nonFinite + "': its transform is not finite");
   std::map<std::string, const aiLight*, std::less<>> lightOf;

@@ -14,6 +14,7 @@
 #include <unordered_map>
 
 #include "host/formats/readers.h"
+#include "host/input_checks.h"
 #include "host/input_files.h"
 #include "host/json_codec.h"
 #include "host/material_exchange.h"
@@ -792,6 +793,7 @@ vex::Result<std::vector<std::string>> SceneIntoDocument(SceneData&& scene, Docum
 vex::Result<void> ValidateScene(const SceneData& scene, const std::string& source) {
   const auto count = [](std::size_t n) { return static_cast<int>(n); };
   std::vector<std::string> meshUser(scene.meshes.size());
+  std::vector<int> level(scene.nodes.size(), 1);
   for (std::size_t i = 0; i < scene.nodes.size(); ++i) {
     const NodeData& node = scene.nodes[i];
     const std::string where = "node " + Quoted(node.name);
@@ -808,6 +810,10 @@ vex::Result<void> ValidateScene(const SceneData& scene, const std::string& sourc
       return std::unexpected(SCENE_ERROR(source, where + ": its parent " + Quoted(scene.nodes[static_cast<std::size_t>(node.parent)].name) +
                                               " comes after it"));
     }
+    if (node.parent >= 0) level[i] = level[static_cast<std::size_t>(node.parent)] + 1;
+    if (level[i] > kMaxNodeDepth)
+      return std::unexpected(SCENE_ERROR(source, where + ": the hierarchy is deeper than " +
+                                                     std::to_string(kMaxNodeDepth) + " levels"));
     if (node.mesh < -1 || node.mesh >= count(scene.meshes.size()))
       return std::unexpected(SCENE_ERROR(source, where + ": mesh " + std::to_string(node.mesh) + " does not exist"));
     if (node.light < -1 || node.light >= count(scene.lights.size()))

@@ -623,6 +623,115 @@ std::set<std::string> Written(const std::string& output) {
   return stems;
 }
 
+TEST_F(Scenes, HierarchiesTravelToTheirDepthLimitAndAreRefusedBeyondIt) {
+  // A chain of nodes, the deepest one carrying the mesh.
+  const auto chain = [](int levels) {
+    formats::SceneData s;
+    s.name = "chain";
+    s.materials = {{"Red", gltf_fixture::ConstantMaterial({0.8, 0.1, 0.1, 1}, 0.0, 0.6)}};
+    s.meshes = {Triangle("Tip", 0)};
+    for (int i = 0; i < levels; ++i) {
+      formats::NodeData n;
+      n.name = "n" + std::to_string(i);
+      n.parent = i - 1;
+      n.local = Trs({0, 0.001, 0}, 0, {1, 1, 1});
+      s.nodes.push_back(std::move(n));
+    }
+    s.nodes.back().mesh = 0;
+    return s;
+  };
+  const auto deepest = [](const formats::SceneData& s) {
+    int most = 0;
+    for (const auto& n : s.nodes) {
+      int level = 1;
+      for (int at = n.parent; at >= 0; at = s.nodes[static_cast<std::size_t>(at)].parent) ++level;
+      most = std::max(most, level);
+    }
+    return most;
+  };
+
+  // 1000 levels go through a .vex scene into FBX and come back whole.
+  const std::string fine = WriteSource(chain(1000), "glb", "fine", "chain");
+  const auto toVex = Tool("convert " + fine + " --to vex -o " + (dir / "vex").string());
+  ASSERT_EQ(toVex.exit, 0) << toVex.output;
+  const auto toFbx = Tool("convert " + (dir / "vex" / "chain" / "chain.vex").string() + " --to fbx -o " + (dir / "fbx").string());
+  ASSERT_EQ(toFbx.exit, 0) << toFbx.output;
+  const formats::SceneData back = Read((dir / "fbx" / "chain" / "chain.fbx").string());
+  EXPECT_EQ(back.nodes.size(), 1000u);
+  EXPECT_EQ(deepest(back), 1000);
+  ASSERT_EQ(Tool("allplan " + fine + " -o " + (dir / "fine.xml").string()).exit, 0);
+
+  // One level more is refused by every reader, naming the node, before a library recurses into it.
+  const std::string message = "node 'n1000': the hierarchy is deeper than 1000 levels";
+  const fs::path out = dir / "out";
+  const auto refused = [&](const std::string& input, const std::vector<std::string>& commands, const std::string& expected) {
+    for (const auto& command : commands) {
+      const auto run = Tool(command + " " + input + (command == "import" ? " -o " + (out / "x.vex").string()
+                                                     : command == "allplan" ? " -o " + (out / "x.xml").string()
+                                                                            : " --to glb -o " + out.string()));
+      EXPECT_EQ(run.exit, 1) << command << " " << input << "\n" << run.output;
+      EXPECT_NE(run.output.find("vexinterop: " + input + ":"), std::string::npos) << run.output;
+      EXPECT_NE(run.output.find(expected), std::string::npos) << expected << "\n" << run.output;
+      ExpectNothingIn(out);
+    }
+  };
+  const std::vector<std::string> all = {"convert", "import", "allplan"};
+  refused(WriteSource(chain(1001), "glb", "deep", "chain"), all, message);
+  refused(WriteSource(chain(1001), "gltf", "deep", "chain"), all, message);
+
+  // FBX as text: Models parented through the connections, then braces nested past any real file.
+  const auto fbxText = [&](const std::string& name, const std::string& objects, const std::string& connections) {
+    const fs::path file = dir / "text" / (name + ".fbx");
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << "; FBX 7.4.0 project file\nFBXHeaderExtension:  {\n\tFBXVersion: 7400\n}\n"
+                        << "Objects:  {\n" << objects << "}\nConnections:  {\n" << connections << "}\n";
+    return file.string();
+  };
+  std::string models, links;
+  for (int i = 0; i < 1001; ++i) {
+    models += "\tModel: " + std::to_string(1000 + i) + ", \"Model::n" + std::to_string(i) + "\", \"Null\" {\n\t}\n";
+    links += "\tC: \"OO\"," + std::to_string(1000 + i) + "," + std::to_string(i == 0 ? 0 : 999 + i) + "\n";
+  }
+  refused(fbxText("chain", models, links), all, message);
+  refused(fbxText("cycle", "\tModel: 1, \"Model::a\", \"Null\" {\n\t}\n\tModel: 2, \"Model::b\", \"Null\" {\n\t}\n",
+                  "\tC: \"OO\",1,2\n\tC: \"OO\",2,1\n"),
+          all, "lies on a cycle of parents");
+  std::string braces;
+  for (int i = 0; i < 70; ++i) braces += "A: {";
+  refused(fbxText("braces", braces + "\n" + std::string(70, '}') + "\n", ""), all, "records nested too deep");
+
+  // A .vex scene, and a COLLADA file the mesh library would read.
+  const fs::path vex = dir / "deep.vex";
+  {
+    std::ofstream file(vex);
+    file << R"({"format": "vexon-scene", "objects": [)";
+    for (int i = 0; i < 1001; ++i) file << R"({"type": 1000, "name": "n)" << i << R"(", "children": [)";
+    for (int i = 0; i < 1001; ++i) file << "]}";
+    file << "]}";
+  }
+  refused(vex.string(), {"convert", "allplan"}, "objects[0]: its children nest deeper than 1000 levels, at object \"n1000\"");
+  const fs::path dae = dir / "deep.dae";
+  {
+    std::ofstream file(dae);
+    file << R"(<?xml version="1.0"?><COLLADA version="1.4.1"><library_visual_scenes><visual_scene id="s">)";
+    for (int i = 0; i < 1100; ++i) file << "<node id=\"n" << i << "\">";
+    for (int i = 0; i < 1100; ++i) file << "</node>";
+    file << "</visual_scene></library_visual_scenes></COLLADA>\n";
+  }
+  refused(dae.string(), {"allplan"}, "elements nested deeper than 1016 levels");
+  // A node under two parents: the mesh library would walk it twice, or forever on a cycle.
+  const std::string twice = WriteSource(chain(3), "gltf", "twice", "chain");
+  nlohmann::json gltf = nlohmann::json::parse(std::ifstream(twice));
+  gltf["nodes"][0]["children"] = {1, 2};
+  std::ofstream(twice) << gltf.dump();
+  refused(twice, {"allplan"}, "node 'n2' has more than one parent");
+  gltf["nodes"][0]["children"] = {1};
+  gltf["nodes"][2]["children"] = {0};
+  gltf["scenes"][0]["nodes"] = nlohmann::json::array();
+  std::ofstream(twice) << gltf.dump();
+  refused(twice, {"allplan"}, "node 'n0' lies on a cycle of parents");
+}
+
 TEST_F(Scenes, ShardsOfAListConvertEveryInputExactlyOnce) {
   files_test::WriteCorvaneInputs(dir / "sets");
   std::ifstream plain(dir / "sets" / "corvane_plain.json");

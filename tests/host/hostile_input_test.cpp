@@ -249,6 +249,50 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   auto counts = host::CheckPlyHeader("ply\nformat ascii 1.0\nelement vertex 99999999999\nproperty float x\nend_header\n1\n", "m.ply");
   ASSERT_FALSE(counts);
   EXPECT_NE(counts.error().message.find("needing at least"), std::string::npos);
+  // Found by the fuzzer: a property type the mesh library does not know made it allocate 14 GB
+  // for a body of 300 bytes. Only the format's own types pass, and a list counts in integers.
+  auto unknown = host::CheckPlyHeader(CorpusBytes("ply", "unknown-property-type", false), "m.ply");
+  ASSERT_FALSE(unknown);
+  EXPECT_EQ(unknown.error().message, "m.ply:5: unknown PLY property type \"\"uchar\"");
+  const std::string header = "ply\nformat ascii 1.0\nelement face 1\n";
+  EXPECT_EQ(host::CheckPlyHeader(header + "property list float int v\nend_header\n3 0 1 2\n", "m.ply").error().message,
+            "m.ply:4: the list's count type \"float\" is not an integer type");
+  EXPECT_EQ(host::CheckPlyHeader(header + "property ly lisfloat y\nend_header\n3 0 1 2\n", "m.ply").error().message,
+            "m.ply:4: malformed property line \"property ly lisfloat y\"");
+  EXPECT_TRUE(host::CheckPlyHeader(header + "property list uint8 int32 v\nproperty float64 w\nend_header\n3 0 1 2 1\n", "m.ply"));
+  // A NUL inside a property's name: the library reads the body against a header it misread.
+  auto control = host::CheckPlyHeader(CorpusBytes("ply", "nul-in-property-name", false), "m.ply");
+  ASSERT_FALSE(control);
+  EXPECT_EQ(control.error().message, "m.ply:4: the PLY header holds the byte 0x01 (it must be ASCII text)");
+  auto named = host::CheckPlyHeader(CorpusBytes("ply", "element-name-not-ascii", false), "m.ply");
+  ASSERT_FALSE(named);
+  EXPECT_EQ(named.error().message, "m.ply:3: the PLY header holds the byte 0xFF (it must be ASCII text)");
+  // Rows without properties: the library walks 10^13 of them (14 s).
+  auto empty = host::CheckPlyHeader(CorpusBytes("ply", "rows-without-properties", false), "m.ply");
+  ASSERT_FALSE(empty);
+  EXPECT_EQ(empty.error().message, "m.ply:3: element \"vertex\" has 30 rows but no properties");
+  // A list's count sizes the list before a value is read: 3e9 in a file of 100 bytes took 23 GB.
+  const std::string mesh = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                           "property float z\nelement face 1\nproperty list COUNT int vertex_indices\nend_header\n"
+                           "0 0 0\n1 0 0\n\n0 1 0\nFACE\n";
+  const auto ply = [&](std::string count, std::string face) {
+    std::string text = mesh;
+    text.replace(text.find("COUNT"), 5, count);
+    text.replace(text.find("FACE"), 4, face);
+    return host::CheckPlyHeader(text, "m.ply");
+  };
+  EXPECT_TRUE(ply("uchar", "3 0 1 2"));
+  EXPECT_TRUE(ply("uint", "3 0 1 2 7 7"));
+  EXPECT_EQ(ply("uint", "3000000000 0 1 2").error().message,
+            "m.ply:14: element \"face\" 0: a list of 3000000000 values where the line holds 3");
+  EXPECT_EQ(ply("uchar", "300 0 1 2").error().message, "m.ply:14: element \"face\" 0: a list of 300 values where the line holds 3");
+  EXPECT_EQ(ply("int", "4 0 1 2").error().message, "m.ply:14: element \"face\" 0: a list of 4 values where the line holds 3");
+  EXPECT_EQ(ply("int", "3.0 0 1 2").error().message, "m.ply:14: element \"face\" 0: the list's count \"3.0\" is not a whole number");
+  // Binary: the count against the bytes left.
+  std::string binary = "ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list uint int v\nend_header\n";
+  binary += std::string("\x00\x5E\xD0\xB2", 4) + std::string(12, '\0');
+  EXPECT_EQ(host::CheckPlyHeader(binary, "m.ply").error().message,
+            "m.ply: byte 0 of the body: element \"face\" 0: a list of 3000000000 values where the file holds 3 more");
 
   // Through the mesh import, as `vexinterop allplan` reads it.
   host::Documents documents;
@@ -321,7 +365,7 @@ TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
   EXPECT_EQ(early.error().message, "a.mtl:3: \"map_Kd\" before the first \"newmtl\"");
   // The mesh library ends lines at NUL, CR and FF as well, and knows statements by their first
   // letters; a "newmtl" counts only at the start of a line.
-  const std::string behindNul("2\n\0map_Kdp_Kdp x.png\n", 20);
+  const std::string behindNul("# 2\n\0map_Kdp_Kdp x.png\n", 22);
   auto hidden = host::CheckMtlText(behindNul, "a.mtl");
   ASSERT_FALSE(hidden);
   EXPECT_EQ(hidden.error().message, "a.mtl:2: \"map_Kdp_Kdp\" before the first \"newmtl\"");
@@ -357,6 +401,62 @@ TEST_F(HostileInput, MtlTextureStatementBeforeNewmtlIsRefusedOrNamed) {
   const std::string hiddenObj = Write("hidden/model.obj", hiddenParts.substr(0, split));
   EXPECT_TRUE(host::formats::ReadFormatFile(hiddenObj, bundles));
   EXPECT_FALSE(host::mesh_import::Load(documents, hiddenObj, units));
+  // The library matches texture statements loosely ("mAp_Kd" is one): before the first material
+  // only blank lines and comments pass. It drops a UTF-8 mark and skips a first line that opens
+  // with a blank.
+  auto loose = host::CheckMtlText("# c\n\tmAp_Kd x.png\nnewmtl a\n", "a.mtl");
+  ASSERT_FALSE(loose);
+  EXPECT_EQ(loose.error().message, "a.mtl:2: \"mAp_Kd\" before the first \"newmtl\"");
+  EXPECT_FALSE(host::CheckMtlText("Kd 1 1 1\nnewmtl a\n", "a.mtl"));
+  EXPECT_TRUE(host::CheckMtlText("\xEF\xBB\xBFnewmtl a\nmap_Kd x.png\n", "a.mtl"));
+  EXPECT_TRUE(host::CheckMtlText(" map_Kd x.png\n  \n# c\n newmtl a\nmap_Kd x.png\n", "a.mtl"));
+  const auto looseParts = CorpusBytes("obj", "mtl-texture-spelled-loosely", false);
+  const auto at = looseParts.find('\0');
+  Write("loose/model.mtl", looseParts.substr(at + 1));
+  const auto looseLoad = host::mesh_import::Load(documents, Write("loose/model.obj", looseParts.substr(0, at)), units);
+  ASSERT_FALSE(looseLoad);
+  EXPECT_NE(looseLoad.error().message.find("model.mtl:1: \"2\" before the first \"newmtl\""),
+            std::string::npos)
+      << looseLoad.error().message;
+  // A material library is one whatever its name.
+  Write("named/library.txt", "map_Kd x.png\nnewmtl a\n");
+  const auto named = host::mesh_import::Load(
+      documents, Write("named/model.obj", "mtllib library.txt\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n"), units);
+  ASSERT_FALSE(named);
+  EXPECT_NE(named.error().message.find("library.txt:1: \"map_Kd\" before the first \"newmtl\""), std::string::npos)
+      << named.error().message;
+  Write("named/fine.txt", "newmtl a\nmap_Kd x.png\n");
+  EXPECT_TRUE(host::mesh_import::Load(
+      documents, Write("named/fine.obj", "mtllib fine.txt\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n"), units));
+}
+
+TEST_F(HostileInput, HierarchyAndMarkupDepthAreMeasuredWithoutRecursion) {
+  // Parents listed in any order: a chain whose root comes last.
+  const auto reversed = [](std::size_t n) {
+    std::vector<std::int64_t> parent(n, -1);
+    for (std::size_t i = 0; i + 1 < n; ++i) parent[i] = static_cast<std::int64_t>(i + 1);
+    return parent;
+  };
+  EXPECT_FALSE(host::FindMisplacedNode(reversed(host::kMaxNodeDepth)));
+  const auto deep = host::FindMisplacedNode(reversed(host::kMaxNodeDepth + 1));
+  ASSERT_TRUE(deep);
+  EXPECT_EQ(deep->node, 0u);
+  EXPECT_FALSE(deep->cycle);
+  EXPECT_EQ(host::DescribeMisplacedNode(*deep, "leaf"), "node 'leaf': the hierarchy is deeper than 1000 levels");
+  // A tree beside a cycle of three.
+  const std::vector<std::int64_t> cycle = {-1, 0, 0, 4, 5, 3};
+  const auto looped = host::FindMisplacedNode(cycle);
+  ASSERT_TRUE(looped);
+  EXPECT_TRUE(looped->cycle);
+  EXPECT_EQ(looped->node, 3u);
+
+  // Markup: only elements count; comments, CDATA, instructions and quoted '>' do not.
+  EXPECT_TRUE(host::CheckMarkupDepth(
+      "<a><b/><c x=\"<d>\" y='>'></c><!-- <e><e><e> --><![CDATA[<f><f>]]><?p <g>?><!DOCTYPE h></a>", "m.dae", 2));
+  EXPECT_TRUE(host::CheckMarkupDepth("<a><b></b><b></b><b></b></a>", "m.dae", 2));
+  const auto nested = host::CheckMarkupDepth("<a>\n<b>\n<c></c></b></a>", "m.dae", 2);
+  ASSERT_FALSE(nested);
+  EXPECT_EQ(nested.error().message, "m.dae:3: elements nested deeper than 2 levels");
 }
 
 TEST_F(HostileInput, Latin1MaterialNameFromAnMtlSavesIntoAScene) {

@@ -14,6 +14,7 @@
 #include <random>
 #include <sstream>
 
+#include "host/input_checks.h"
 #include "host/json_text.h"
 #include "host/polygon_object.h"
 #include "host/units.h"
@@ -369,9 +370,12 @@ TEST(SceneFile, BrokenTextDeepInALargeFileNamesItsLineAndColumn) {
   // Nesting too deep, far in: the scan keeps its depth from block to block.
   std::string deep = text;
   const std::size_t value = deep.find("\"Roof\"");
-  deep.replace(value, 6, std::string(300, '[') + std::string(300, ']'));
-  // Five levels are open at the name (the root, "objects", Walls, "children", Roof).
-  EXPECT_EQ(refused(deep), at(deep, value + 256 - 5) + "arrays and objects nested deeper than 256 levels");
+  deep.replace(value, 6, std::string(2300, '[') + std::string(2300, ']'));
+  // Five levels are open at the name (the root, "objects", Walls, "children", Roof). A scene file
+  // may nest two levels more for each level of its object hierarchy.
+  const int limit = host::JsonDepthLimit() + 2 * host::kMaxNodeDepth;
+  EXPECT_EQ(refused(deep), at(deep, value + static_cast<std::size_t>(limit) - 5) + "arrays and objects nested deeper than " +
+                               std::to_string(limit) + " levels");
 }
 
 TEST(SceneFile, TextSplitAcrossReadBlocksReadsWhole) {
