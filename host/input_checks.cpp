@@ -100,16 +100,22 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
       }
       return n;
     };
+    // Every row complete on its own line: the library reads a short row on into the next line,
+    // and a missing row as the last one again, and the two readings would disagree on counts.
     for (const auto& element : elements)
       for (std::uint64_t i = 0; i < element.count; ++i) {
         std::string_view rest;
-        if (!nextLine(rest)) return {};  // a short body is the library's to report
+        const auto where = [&] { return file + ":" + std::to_string(line) + ": "; };
+        if (!nextLine(rest))
+          return where() + "the body ends before row " + std::to_string(i) + " of element " + Quoted(element.name);
         for (const auto& property : element.properties) {
           const std::string_view word = nextWord(rest);
-          if (!property.list || word.empty()) continue;
+          if (word.empty())
+            return where() + "element " + Quoted(element.name) + " " + std::to_string(i) +
+                   ": the row ends before its values do";
+          if (!property.list) continue;
           std::uint64_t count = 0;
           const auto [ptr, ec] = std::from_chars(word.data(), word.data() + word.size(), count);
-          const auto where = [&] { return file + ":" + std::to_string(line) + ": "; };
           if (ec != std::errc() || ptr != word.data() + word.size())
             return where() + "element " + Quoted(element.name) + " " + std::to_string(i) + ": the list's count " +
                    Quoted(word) + " is not a whole number";
@@ -126,19 +132,20 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
     if (std::none_of(element.properties.begin(), element.properties.end(), [](const PlyProperty& p) { return p.list; })) {
       std::uint64_t row = 0;
       for (const auto& property : element.properties) row += PlyTypeSize(property.valueType);
-      if (row != 0 && element.count > (body.size() - std::min(at, body.size())) / row) return {};
+      if (row != 0 && element.count > (body.size() - std::min(at, body.size())) / row)
+        return file + ": the body ends before the rows of element " + Quoted(element.name) + " do";
       at += static_cast<std::size_t>(element.count * row);
       continue;
     }
     for (std::uint64_t i = 0; i < element.count; ++i)
       for (const auto& property : element.properties) {
-        if (at > body.size()) return {};  // a short body is the library's to report
         if (!property.list) {
           at += PlyTypeSize(property.valueType);
           continue;
         }
         const std::size_t size = PlyTypeSize(property.countType);
-        if (at + size > body.size()) return {};
+        if (at + size > body.size())
+          return file + ": the body ends in row " + std::to_string(i) + " of element " + Quoted(element.name);
         std::uint64_t count = 0;
         for (std::size_t k = 0; k < size; ++k) {
           const auto byte = static_cast<unsigned char>(body[at + (bigEndian ? k : size - 1 - k)]);
@@ -153,6 +160,7 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
         at += count * PlyTypeSize(property.valueType);
       }
   }
+  if (at > body.size()) return file + ": the body ends before the rows of element " + Quoted(elements.back().name) + " do";
   return {};
 }
 

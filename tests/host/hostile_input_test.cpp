@@ -288,6 +288,12 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   EXPECT_EQ(ply("uchar", "300 0 1 2").error().message, "m.ply:14: element \"face\" 0: a list of 300 values where the line holds 3");
   EXPECT_EQ(ply("int", "4 0 1 2").error().message, "m.ply:14: element \"face\" 0: a list of 4 values where the line holds 3");
   EXPECT_EQ(ply("int", "3.0 0 1 2").error().message, "m.ply:14: element \"face\" 0: the list's count \"3.0\" is not a whole number");
+  // Rows must be whole: the library reads a short row on into the next line and a missing one as
+  // the last row again (a vertex's 999999999990 became a face's count).
+  auto shortRow = host::CheckPlyHeader(CorpusBytes("ply", "row-ends-early", false), "m.ply");
+  ASSERT_FALSE(shortRow);
+  EXPECT_EQ(shortRow.error().message, "m.ply:12: element \"vertex\" 2: the row ends before its values do");
+  EXPECT_EQ(ply("uchar", "").error().message, "m.ply:14: the body ends before row 0 of element \"face\"");
   // Binary: the count against the bytes left.
   std::string binary = "ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list uint int v\nend_header\n";
   binary += std::string("\x00\x5E\xD0\xB2", 4) + std::string(12, '\0');
