@@ -41,6 +41,14 @@ std::size_t PlyTypeSize(std::string_view type) {
   if (type == "double" || type == "float64") return 8;
   return 4;
 }
+/// An element's or a property's name: a letter or '_' first, then letters, digits, '_', '-' or
+/// '.'. The mesh library reads a name that opens with a digit as part of the count after it.
+bool IsPlyName(std::string_view name) {
+  const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
+  if (name.empty() || !letter(name.front())) return false;
+  return std::all_of(name.begin(), name.end(),
+                     [&](char c) { return letter(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; });
+}
 bool IsSignedPlyType(std::string_view type) { return type == "char" || type == "short" || type.starts_with("int"); }
 std::uint64_t PlyCountMax(std::string_view type) {
   return (std::uint64_t(1) << (8 * PlyTypeSize(type) - (IsSignedPlyType(type) ? 1 : 0))) - 1;
@@ -71,6 +79,16 @@ std::string ListTooLong(const PlyElement& element, std::uint64_t instance, std::
 std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& elements, bool ascii, bool bigEndian,
                          std::size_t headerLines, const std::string& file) {
   if (ascii) {
+    // Text only: the library ends a line at a NUL as well, and the rows would part from ours.
+    for (std::size_t i = 0; i < body.size(); ++i) {
+      const auto u = static_cast<unsigned char>(body[i]);
+      if (u < 0x20 && u != '\t' && u != '\r' && u != '\n') {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "0x%02X", u);
+        const auto lines = static_cast<std::size_t>(std::count(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(i), '\n'));
+        return file + ":" + std::to_string(headerLines + 1 + lines) + ": the ASCII body holds the byte " + hex;
+      }
+    }
     std::size_t pos = 0, line = headerLines;
     const auto nextLine = [&](std::string_view& out) {
       while (pos < body.size()) {
@@ -226,6 +244,7 @@ vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file
       if (ec != std::errc() || ptr != words[2].data() + words[2].size())
         return fail(number, "element count " + Quoted(words[2]) + " is not a number");
       currentCount = count > kHuge ? kHuge : count;
+      if (!IsPlyName(words[1])) return fail(number, "the element name " + Quoted(words[1]) + " is not a word");
       elements.push_back({words[1], currentCount, {}, number});
     } else if (kind == "property") {
       // The mesh library misreads a body after a property type it does not know (a body of a
@@ -238,6 +257,7 @@ vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file
       const std::string_view type = words[1] == "list" ? words[3] : words[1];
       if (!IsPlyType(type, false)) return fail(number, "unknown PLY property type " + Quoted(type));
       if (elements.empty()) return fail(number, "a property before the first element");
+      if (!IsPlyName(words.back())) return fail(number, "the property name " + Quoted(words.back()) + " is not a word");
       elements.back().properties.push_back({words[1] == "list", words[1] == "list" ? words[2] : "", type});
       const std::uint64_t each = ascii ? 2 : 1;
       needed = needed + currentCount * each > kHuge ? kHuge : needed + currentCount * each;

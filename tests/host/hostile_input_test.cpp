@@ -294,6 +294,14 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   ASSERT_FALSE(shortRow);
   EXPECT_EQ(shortRow.error().message, "m.ply:12: element \"vertex\" 2: the row ends before its values do");
   EXPECT_EQ(ply("uchar", "").error().message, "m.ply:14: the body ends before row 0 of element \"face\"");
+  // A NUL ends a line for the library; a name opening with digits runs into the count after it.
+  auto nul = host::CheckPlyHeader(CorpusBytes("ply", "nul-in-ascii-body", false), "m.ply");
+  ASSERT_FALSE(nul);
+  EXPECT_EQ(nul.error().message, "m.ply:12: the ASCII body holds the byte 0x00");
+  auto digits = host::CheckPlyHeader(CorpusBytes("ply", "element-name-opens-with-digits", false), "m.ply");
+  ASSERT_FALSE(digits);
+  EXPECT_NE(digits.error().message.find("m.ply:3: the element name \"9496729696"), std::string::npos) << digits.error().message;
+  EXPECT_NE(digits.error().message.find("is not a word"), std::string::npos) << digits.error().message;
   // Binary: the count against the bytes left.
   std::string binary = "ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list uint int v\nend_header\n";
   binary += std::string("\x00\x5E\xD0\xB2", 4) + std::string(12, '\0');
