@@ -72,8 +72,8 @@ std::string ListTooLong(const PlyElement& element, std::uint64_t instance, std::
          " values where " + std::string(room);
 }
 
-/// The body as the mesh library reads it: in ASCII one instance per line (blank lines and
-/// comments skipped), every list's count a whole number in its type's range and no more than the
+/// The body as the mesh library reads it: in ASCII one instance per line (no blank line or comment
+/// among them), every list's count a whole number in its type's range and no more than the
 /// values left on its line; in binary every list within the bytes left. Returns the problem with
 /// the body's line number (ASCII) or byte offset (binary), empty when there is none.
 std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& elements, bool ascii, bool bigEndian,
@@ -82,7 +82,8 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
     // Text only: the library ends a line at a NUL as well, and the rows would part from ours.
     for (std::size_t i = 0; i < body.size(); ++i) {
       const auto u = static_cast<unsigned char>(body[i]);
-      if (u < 0x20 && u != '\t' && u != '\r' && u != '\n') {
+      const bool lineEnd = u == '\n' || (u == '\r' && i + 1 < body.size() && body[i + 1] == '\n');
+      if (u < 0x20 && u != '\t' && !lineEnd) {
         char hex[8];
         std::snprintf(hex, sizeof hex, "0x%02X", u);
         const auto lines = static_cast<std::size_t>(std::count(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(i), '\n'));
@@ -91,16 +92,13 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
     }
     std::size_t pos = 0, line = headerLines;
     const auto nextLine = [&](std::string_view& out) {
-      while (pos < body.size()) {
-        std::size_t end = body.find('\n', pos);
-        if (end == std::string_view::npos) end = body.size();
-        out = body.substr(pos, end - pos);
-        pos = end + 1;
-        ++line;
-        const std::size_t first = out.find_first_not_of(" \t\r");
-        if (first != std::string_view::npos && !out.substr(first).starts_with("comment")) return true;
-      }
-      return false;
+      if (pos >= body.size()) return false;
+      std::size_t end = body.find('\n', pos);
+      if (end == std::string_view::npos) end = body.size();
+      out = body.substr(pos, end - pos);
+      pos = end + 1;
+      ++line;
+      return true;
     };
     const auto nextWord = [](std::string_view& text) {
       const std::size_t start = std::min(text.find_first_not_of(" \t\r"), text.size());
@@ -126,6 +124,12 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
         const auto where = [&] { return file + ":" + std::to_string(line) + ": "; };
         if (!nextLine(rest))
           return where() + "the body ends before row " + std::to_string(i) + " of element " + Quoted(element.name);
+        // The library counts blank lines and comments as rows of their own, or skips them, by
+        // where the line ends fall: among the rows they are refused.
+        const std::size_t first = rest.find_first_not_of(" \t\r");
+        if (first == std::string_view::npos || rest.substr(first).starts_with("comment"))
+          return where() + "a blank line or a comment among the rows (element " + Quoted(element.name) + " " +
+                 std::to_string(i) + ")";
         for (const auto& property : element.properties) {
           const std::string_view word = nextWord(rest);
           if (word.empty())

@@ -274,7 +274,7 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   // A list's count sizes the list before a value is read: 3e9 in a file of 100 bytes took 23 GB.
   const std::string mesh = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
                            "property float z\nelement face 1\nproperty list COUNT int vertex_indices\nend_header\n"
-                           "0 0 0\n1 0 0\n\n0 1 0\nFACE\n";
+                           "0 0 0\n1 0 0\n0 1 0\nFACE\n";
   const auto ply = [&](std::string count, std::string face) {
     std::string text = mesh;
     text.replace(text.find("COUNT"), 5, count);
@@ -284,16 +284,19 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   EXPECT_TRUE(ply("uchar", "3 0 1 2"));
   EXPECT_TRUE(ply("uint", "3 0 1 2 7 7"));
   EXPECT_EQ(ply("uint", "3000000000 0 1 2").error().message,
-            "m.ply:14: element \"face\" 0: a list of 3000000000 values where the line holds 3");
-  EXPECT_EQ(ply("uchar", "300 0 1 2").error().message, "m.ply:14: element \"face\" 0: a list of 300 values where the line holds 3");
-  EXPECT_EQ(ply("int", "4 0 1 2").error().message, "m.ply:14: element \"face\" 0: a list of 4 values where the line holds 3");
-  EXPECT_EQ(ply("int", "3.0 0 1 2").error().message, "m.ply:14: element \"face\" 0: the list's count \"3.0\" is not a whole number");
+            "m.ply:13: element \"face\" 0: a list of 3000000000 values where the line holds 3");
+  EXPECT_EQ(ply("uchar", "300 0 1 2").error().message, "m.ply:13: element \"face\" 0: a list of 300 values where the line holds 3");
+  EXPECT_EQ(ply("int", "4 0 1 2").error().message, "m.ply:13: element \"face\" 0: a list of 4 values where the line holds 3");
+  EXPECT_EQ(ply("int", "3.0 0 1 2").error().message, "m.ply:13: element \"face\" 0: the list's count \"3.0\" is not a whole number");
   // Rows must be whole: the library reads a short row on into the next line and a missing one as
   // the last row again (a vertex's 999999999990 became a face's count).
   auto shortRow = host::CheckPlyHeader(CorpusBytes("ply", "row-ends-early", false), "m.ply");
   ASSERT_FALSE(shortRow);
   EXPECT_EQ(shortRow.error().message, "m.ply:12: element \"vertex\" 2: the row ends before its values do");
-  EXPECT_EQ(ply("uchar", "").error().message, "m.ply:14: the body ends before row 0 of element \"face\"");
+  EXPECT_EQ(ply("uchar", "   ").error().message, "m.ply:13: a blank line or a comment among the rows (element \"face\" 0)");
+  auto blank = host::CheckPlyHeader(CorpusBytes("ply", "blank-lines-among-rows", false), "m.ply");
+  ASSERT_FALSE(blank);
+  EXPECT_EQ(blank.error().message, "m.ply:12: a blank line or a comment among the rows (element \"vertex\" 2)");
   // A NUL ends a line for the library; a name opening with digits runs into the count after it.
   auto nul = host::CheckPlyHeader(CorpusBytes("ply", "nul-in-ascii-body", false), "m.ply");
   ASSERT_FALSE(nul);
