@@ -1,6 +1,10 @@
 #include "host/input_checks.h"
 
 #include <algorithm>
+#include <map>
+#include <cmath>
+#include <climits>
+#include <bit>
 #include <array>
 #include <charconv>
 #include <cstdint>
@@ -9,6 +13,7 @@
 
 #include "host/input_files.h"
 #include "host/json_text.h"
+#include "vex/polygon.h"
 
 namespace host {
 namespace {
@@ -57,6 +62,7 @@ std::uint64_t PlyCountMax(std::string_view type) {
 struct PlyProperty {
   bool list = false;
   std::string_view countType, valueType;
+  std::string_view name;
 };
 struct PlyElement {
   std::string_view name;
@@ -72,12 +78,69 @@ std::string ListTooLong(const PlyElement& element, std::uint64_t instance, std::
          " values where " + std::string(room);
 }
 
+/// A binary scalar of `type` at `at` as a double.
+double PlyBinaryValue(std::string_view body, std::size_t at, std::string_view type, bool bigEndian) {
+  const std::size_t size = PlyTypeSize(type);
+  std::uint64_t bits = 0;
+  for (std::size_t k = 0; k < size; ++k) bits = (bits << 8) | static_cast<unsigned char>(body[at + (bigEndian ? k : size - 1 - k)]);
+  if (type == "float" || type == "float32") return static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
+  if (type == "double" || type == "float64") return std::bit_cast<double>(bits);
+  if (IsSignedPlyType(type) && size < 8 && (bits >> (8 * size - 1)) != 0)
+    return static_cast<double>(static_cast<std::int64_t>(bits) - (std::int64_t(1) << (8 * size)));
+  return static_cast<double>(bits);
+}
+
+/// Where a mesh is read from the body: the "vertex" element's x, y and z, the "face" element's
+/// list of vertex indices ("vertex_indices" or "vertex_index").
+struct PlyMeshTarget {
+  vex::PolygonMesh* mesh = nullptr;
+  std::size_t vertex = SIZE_MAX, face = SIZE_MAX;  ///< element indices
+  std::array<std::size_t, 3> xyz{SIZE_MAX, SIZE_MAX, SIZE_MAX};
+  std::size_t indices = SIZE_MAX;  ///< property index in the face element
+
+  PlyMeshTarget(vex::PolygonMesh* out, const std::vector<PlyElement>& elements) : mesh(out) {
+    for (std::size_t e = 0; e < elements.size(); ++e) {
+      const auto& props = elements[e].properties;
+      if (elements[e].name == "vertex" && vertex == SIZE_MAX) {
+        vertex = e;
+        for (std::size_t p = 0; p < props.size(); ++p)
+          for (std::size_t axis = 0; axis < 3; ++axis)
+            if (!props[p].list && props[p].name == std::array<std::string_view, 3>{"x", "y", "z"}[axis]) xyz[axis] = p;
+      }
+      if (elements[e].name == "face" && face == SIZE_MAX) {
+        face = e;
+        for (std::size_t p = 0; p < props.size(); ++p)
+          if (props[p].list && (props[p].name == "vertex_indices" || props[p].name == "vertex_index")) indices = p;
+      }
+    }
+  }
+  bool Reads(std::size_t element) const { return mesh != nullptr && (element == vertex || element == face); }
+  /// A value of row `row` of `element`'s property `property` (list items one by one).
+  void Scalar(std::size_t element, std::size_t property, double value) {
+    if (element != vertex) return;
+    auto& point = mesh->points.back();
+    if (property == xyz[0]) point.x = value;
+    if (property == xyz[1]) point.y = value;
+    if (property == xyz[2]) point.z = value;
+  }
+  void Row(std::size_t element) {
+    if (element == vertex) mesh->points.push_back({0, 0, 0});
+  }
+  void List(std::size_t element, std::size_t property, std::uint64_t count) {
+    if (element == face && property == indices) mesh->polygonSizes.push_back(static_cast<std::int32_t>(count));
+  }
+  void Item(std::size_t element, std::size_t property, double value) {
+    if (element == face && property == indices) mesh->polygonPoints.push_back(static_cast<std::int32_t>(std::clamp(value, -1.0, 2147483647.0)));
+  }
+};
+
 /// The body as the mesh library reads it: in ASCII one instance per line (no blank line or comment
 /// among them), every list's count a whole number in its type's range and no more than the
 /// values left on its line; in binary every list within the bytes left. Returns the problem with
-/// the body's line number (ASCII) or byte offset (binary), empty when there is none.
+/// the body's line number (ASCII) or byte offset (binary), empty when there is none. With a
+/// target's mesh, its vertices and faces are read as well.
 std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& elements, bool ascii, bool bigEndian,
-                         std::size_t headerLines, const std::string& file) {
+                         std::size_t headerLines, const std::string& file, PlyMeshTarget& target) {
   if (ascii) {
     // Text only: the library ends a line at a NUL as well, and the rows would part from ours.
     for (std::size_t i = 0; i < body.size(); ++i) {
@@ -116,71 +179,97 @@ std::string CheckPlyBody(std::string_view body, const std::vector<PlyElement>& e
       }
       return n;
     };
+    const auto number = [](std::string_view word, double& value) {
+      const auto [ptr, ec] = std::from_chars(word.data(), word.data() + word.size(), value);
+      return ec == std::errc() && ptr == word.data() + word.size() && std::isfinite(value);
+    };
     // Every row complete on its own line: the library reads a short row on into the next line,
     // and a missing row as the last one again, and the two readings would disagree on counts.
-    for (const auto& element : elements)
+    for (std::size_t e = 0; e < elements.size(); ++e) {
+      const auto& element = elements[e];
+      const bool reads = target.Reads(e);
       for (std::uint64_t i = 0; i < element.count; ++i) {
         std::string_view rest;
         const auto where = [&] { return file + ":" + std::to_string(line) + ": "; };
+        const auto row = [&] { return "element " + Quoted(element.name) + " " + std::to_string(i); };
         if (!nextLine(rest))
           return where() + "the body ends before row " + std::to_string(i) + " of element " + Quoted(element.name);
         // The library counts blank lines and comments as rows of their own, or skips them, by
         // where the line ends fall: among the rows they are refused.
         const std::size_t first = rest.find_first_not_of(" \t\r");
         if (first == std::string_view::npos || rest.substr(first).starts_with("comment"))
-          return where() + "a blank line or a comment among the rows (element " + Quoted(element.name) + " " +
-                 std::to_string(i) + ")";
-        for (const auto& property : element.properties) {
+          return where() + "a blank line or a comment among the rows (" + row() + ")";
+        if (reads) target.Row(e);
+        for (std::size_t p = 0; p < element.properties.size(); ++p) {
+          const auto& property = element.properties[p];
           const std::string_view word = nextWord(rest);
-          if (word.empty())
-            return where() + "element " + Quoted(element.name) + " " + std::to_string(i) +
-                   ": the row ends before its values do";
-          if (!property.list) continue;
+          if (word.empty()) return where() + row() + ": the row ends before its values do";
+          double value = 0;
+          if (!property.list) {
+            if (reads && !number(word, value)) return where() + row() + ": " + Quoted(word) + " is not a number";
+            if (reads) target.Scalar(e, p, value);
+            continue;
+          }
           std::uint64_t count = 0;
           const auto [ptr, ec] = std::from_chars(word.data(), word.data() + word.size(), count);
           if (ec != std::errc() || ptr != word.data() + word.size())
-            return where() + "element " + Quoted(element.name) + " " + std::to_string(i) + ": the list's count " +
-                   Quoted(word) + " is not a whole number";
+            return where() + row() + ": the list's count " + Quoted(word) + " is not a whole number";
           if (count > PlyCountMax(property.countType) || count > wordsIn(rest))
             return where() + ListTooLong(element, i, word, "the line holds " + std::to_string(wordsIn(rest)));
-          for (std::uint64_t k = 0; k < count; ++k) nextWord(rest);
+          if (reads) target.List(e, p, count);
+          for (std::uint64_t k = 0; k < count; ++k) {
+            const std::string_view item = nextWord(rest);
+            if (reads && !number(item, value)) return where() + row() + ": " + Quoted(item) + " is not a number";
+            if (reads) target.Item(e, p, value);
+          }
         }
       }
+    }
     return {};
   }
   std::size_t at = 0;
-  for (const auto& element : elements) {
+  for (std::size_t e = 0; e < elements.size(); ++e) {
+    const auto& element = elements[e];
+    const bool reads = target.Reads(e);
     // Rows without lists have one size: skipped whole (an element may claim 2^62 empty rows).
     if (std::none_of(element.properties.begin(), element.properties.end(), [](const PlyProperty& p) { return p.list; })) {
       std::uint64_t row = 0;
       for (const auto& property : element.properties) row += PlyTypeSize(property.valueType);
       if (row != 0 && element.count > (body.size() - std::min(at, body.size())) / row)
         return file + ": the body ends before the rows of element " + Quoted(element.name) + " do";
-      at += static_cast<std::size_t>(element.count * row);
-      continue;
+      if (!reads) {
+        at += static_cast<std::size_t>(element.count * row);
+        continue;
+      }
     }
-    for (std::uint64_t i = 0; i < element.count; ++i)
-      for (const auto& property : element.properties) {
+    for (std::uint64_t i = 0; i < element.count; ++i) {
+      if (reads) target.Row(e);
+      for (std::size_t p = 0; p < element.properties.size(); ++p) {
+        const auto& property = element.properties[p];
         if (!property.list) {
+          if (reads && at + PlyTypeSize(property.valueType) <= body.size())
+            target.Scalar(e, p, PlyBinaryValue(body, at, property.valueType, bigEndian));
           at += PlyTypeSize(property.valueType);
           continue;
         }
         const std::size_t size = PlyTypeSize(property.countType);
         if (at + size > body.size())
           return file + ": the body ends in row " + std::to_string(i) + " of element " + Quoted(element.name);
-        std::uint64_t count = 0;
-        for (std::size_t k = 0; k < size; ++k) {
-          const auto byte = static_cast<unsigned char>(body[at + (bigEndian ? k : size - 1 - k)]);
-          count = (count << 8) | byte;
-        }
-        if (IsSignedPlyType(property.countType) && (count >> (8 * size - 1)) != 0) count = 0;  // negative: no values
+        const double counted = PlyBinaryValue(body, at, property.countType, bigEndian);
+        const std::uint64_t count = counted > 0 ? static_cast<std::uint64_t>(counted) : 0;  // negative: no values
         at += size;
-        const std::size_t room = (body.size() - std::min(at, body.size())) / PlyTypeSize(property.valueType);
+        const std::size_t itemSize = PlyTypeSize(property.valueType);
+        const std::size_t room = (body.size() - std::min(at, body.size())) / itemSize;
         if (count > room)
           return file + ": byte " + std::to_string(at - size) + " of the body: " +
                  ListTooLong(element, i, std::to_string(count), "the file holds " + std::to_string(room) + " more");
-        at += count * PlyTypeSize(property.valueType);
+        if (reads) {
+          target.List(e, p, count);
+          for (std::uint64_t k = 0; k < count; ++k) target.Item(e, p, PlyBinaryValue(body, at + k * itemSize, property.valueType, bigEndian));
+        }
+        at += count * itemSize;
       }
+    }
   }
   if (at > body.size()) return file + ": the body ends before the rows of element " + Quoted(elements.back().name) + " do";
   return {};
@@ -194,7 +283,10 @@ std::uint32_t LittleEndian32(std::string_view bytes, std::size_t at) {
 
 }  // namespace
 
-vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file) {
+namespace {
+
+/// The PLY file checked; with `mesh`, its vertices and faces read too.
+vex::Result<void> WalkPly(std::string_view bytes, const std::string& file, vex::PolygonMesh* mesh) {
   const auto fail = [&](std::size_t line, const std::string& reason) {
     return VEX_FAIL(vex::ErrorKind::IllegalArgument, file + ":" + std::to_string(line) + ": " + reason);
   };
@@ -262,7 +354,7 @@ vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file
       if (!IsPlyType(type, false)) return fail(number, "unknown PLY property type " + Quoted(type));
       if (elements.empty()) return fail(number, "a property before the first element");
       if (!IsPlyName(words.back())) return fail(number, "the property name " + Quoted(words.back()) + " is not a word");
-      elements.back().properties.push_back({words[1] == "list", words[1] == "list" ? words[2] : "", type});
+      elements.back().properties.push_back({words[1] == "list", words[1] == "list" ? words[2] : "", type, words.back()});
       const std::uint64_t each = ascii ? 2 : 1;
       needed = needed + currentCount * each > kHuge ? kHuge : needed + currentCount * each;
     } else {
@@ -279,10 +371,51 @@ vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file
   if (needed > body)
     return fail(number, "the header declares elements needing at least " + std::to_string(needed) +
                             " bytes but the file holds " + std::to_string(body) + " after the header");
-  if (const std::string problem = CheckPlyBody(bytes.substr(pos), elements, ascii, bigEndian, number, file);
+  PlyMeshTarget target(mesh, elements);
+  if (const std::string problem = CheckPlyBody(bytes.substr(pos), elements, ascii, bigEndian, number, file, target);
       !problem.empty())
     return VEX_FAIL(vex::ErrorKind::IllegalArgument, problem);
   return {};
+}
+
+}  // namespace
+
+vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file) { return WalkPly(bytes, file, nullptr); }
+
+vex::Result<vex::PolygonMesh> ReadPlyMesh(std::string_view bytes, const std::string& file) {
+  vex::PolygonMesh read;
+  VEX_TRY(WalkPly(bytes, file, &read));
+  std::size_t at = 0;
+  for (std::size_t f = 0; f < read.polygonSizes.size(); ++f) {
+    for (std::int32_t k = 0; k < read.polygonSizes[f]; ++k) {
+      const std::int32_t index = read.polygonPoints[at + static_cast<std::size_t>(k)];
+      if (index < 0 || static_cast<std::size_t>(index) >= read.points.size())
+        return VEX_FAIL(vex::ErrorKind::IllegalArgument, file + ": face " + std::to_string(f) + " refers to vertex " +
+                                                             std::to_string(index) + " of " +
+                                                             std::to_string(read.points.size()));
+    }
+    at += static_cast<std::size_t>(read.polygonSizes[f]);
+  }
+  // Corners at the same place become one point, and lines and points, which have no face, go.
+  vex::PolygonMesh out;
+  std::map<std::array<double, 3>, std::int32_t> placed;
+  std::vector<std::int32_t> point(read.points.size());
+  for (std::size_t v = 0; v < read.points.size(); ++v) {
+    const auto& p = read.points[v];
+    const auto [it, added] = placed.try_emplace({p.x, p.y, p.z}, static_cast<std::int32_t>(out.points.size()));
+    if (added) out.points.push_back(p);
+    point[v] = it->second;
+  }
+  at = 0;
+  for (const std::int32_t size : read.polygonSizes) {
+    if (size >= 3) {
+      out.polygonSizes.push_back(size);
+      for (std::int32_t k = 0; k < size; ++k)
+        out.polygonPoints.push_back(point[static_cast<std::size_t>(read.polygonPoints[at + static_cast<std::size_t>(k)])]);
+    }
+    at += static_cast<std::size_t>(size);
+  }
+  return out;
 }
 
 vex::Result<void> CheckMtlText(std::string_view text, const std::string& file) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "vex/error.h"
+#include "vex/polygon.h"
 
 namespace host {
 
@@ -27,6 +28,14 @@ inline constexpr int kMaxNodeDepth = 1000;
 /// property, two per ASCII one); and for a list whose count the body cannot hold (ASCII: more
 /// values than its line has left; binary: more than the bytes left).
 vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file);
+
+/// A PLY file's mesh, checked as CheckPlyHeader checks it: the "vertex" rows' x, y and z, and the
+/// "face" rows' "vertex_indices" (or "vertex_index"); other elements and properties are passed
+/// over. Corners at the same place become one point; faces of fewer than three corners are left
+/// out. A face that names a vertex the file does not have fails: "FILE: face F refers to vertex V
+/// of N". The mesh library's own reading of PLY allocates what a list's count or a misread row
+/// claims, so the host reads the format itself.
+vex::Result<vex::PolygonMesh> ReadPlyMesh(std::string_view bytes, const std::string& file);
 
 /// An OBJ material library as the mesh library reads it: nothing but blank lines and comments
 /// may come before the first "newmtl" line (it writes through a null material otherwise, for

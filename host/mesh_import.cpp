@@ -91,11 +91,38 @@ bool IsMeshFile(std::string_view path) {
   return false;
 }
 
+namespace {
+
+/// A new document for the mesh file at `path`, in `unit`; the objects are the caller's to add.
+Document& NewMeshDocument(Documents& documents, const std::string& path, const vex::UnitScale& unit) {
+  const fs::path file(path);
+  Document& document = documents.NewDocument(file.stem().string());
+  document.SetPath(fs::absolute(file).parent_path().string());
+  document.Settings().Set(vex::kDocumentLengthUnit, vex::Data::MakeCustom(unit));
+  return document;
+}
+
+/// PLY is read by the host itself (ReadPlyMesh): one polygon object, in metres.
+vex::Result<Document*> LoadPly(Documents& documents, const std::string& path, std::string_view bytes,
+                               const vex::IUnits& units) {
+  VEX_ASSIGN(vex::PolygonMesh mesh, ReadPlyMesh(bytes, path));
+  if (mesh.polygonSizes.empty()) return VEX_FAIL(vex::ErrorKind::IllegalArgument, path + ": the PLY file has no faces");
+  Document& document = NewMeshDocument(documents, path, units.FindUnit("m").value_or(vex::UnitScale{"m", 1.0}));
+  if (auto added = document.InsertObject(MakePolygonObject("mesh", std::move(mesh), std::nullopt), nullptr); !added) {
+    documents.Close(&document);
+    return std::unexpected(std::move(added).error());
+  }
+  document.SetChanged(false);
+  return &document;
+}
+
+}  // namespace
+
 vex::Result<Document*> Load(Documents& documents, const std::string& path, const vex::IUnits& units) {
   VEX_ASSIGN(const std::string bytes, ReadInputFile(path));
-  // What the library would loop on, or recurse through once per level, is refused first.
   const std::string suffix = Lower(fs::path(path).extension().string());
-  if (suffix == ".ply") VEX_TRY(CheckPlyHeader(bytes, path));
+  if (suffix == ".ply") return LoadPly(documents, path, bytes, units);
+  // What the library would loop on, or recurse through once per level, is refused first.
   if (suffix == ".gltf" || suffix == ".glb") VEX_TRY(CheckGltfNodeTree(bytes, path, suffix == ".glb"));
   if (suffix == ".fbx") VEX_TRY(formats::detail::CheckFbxNesting(path));
   if (suffix == ".dae") VEX_TRY(CheckMarkupDepth(bytes, path, kMaxNodeDepth + kColladaFrame));
@@ -123,10 +150,7 @@ vex::Result<Document*> Load(Documents& documents, const std::string& path, const
                               : vex::UnitScale{"fbx", centimetres * 0.01};
   }
 
-  const fs::path file(path);
-  Document& document = documents.NewDocument(file.stem().string());
-  document.SetPath(fs::absolute(file).parent_path().string());
-  document.Settings().Set(vex::kDocumentLengthUnit, vex::Data::MakeCustom(unit));
+  Document& document = NewMeshDocument(documents, path, unit);
   if (auto added = AddNode(document, *scene, *scene->mRootNode, aiMatrix4x4()); !added) {
     documents.Close(&document);
     return std::unexpected(std::move(added).error());

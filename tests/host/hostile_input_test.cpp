@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -319,6 +321,69 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   EXPECT_TRUE(loaded.error().message.ends_with("early.ply:4: the PLY header ends before \"end_header\""));
   auto good = host::mesh_import::Load(documents, Write("good.ply", CorpusBytes("ply", "seed-ascii", false)), units);
   ASSERT_TRUE(good) << good.error().message;
+}
+
+TEST_F(HostileInput, PlyMeshesAreReadByTheHostInEveryEncoding) {
+  // A quad and a triangle sharing an edge, with properties the reader passes over; the fourth
+  // vertex repeats the first, and a two-corner face is a line.
+  const std::string header = "element vertex 5\nproperty float x\nproperty uchar red\nproperty float y\nproperty double z\n"
+                             "element face 3\nproperty list uchar float texcoord\nproperty list uchar int vertex_indices\nend_header\n";
+  const std::string ascii = "ply\nformat ascii 1.0\n" + header +
+                            "0 9 0 0\n1 9 0 0\n1 9 1 0\n0 9 0 0\n0 9 1 0.5\n"
+                            "0 4 0 1 2 4\n2 0.5 0.5 3 1 2 3\n0 2 0 4\n";
+  const auto binary = [&](bool big) {
+    std::string out = std::string("ply\nformat ") + (big ? "binary_big_endian" : "binary_little_endian") + " 1.0\n" + header;
+    const auto put = [&](auto value) {
+      std::string bytes(sizeof value, '\0');
+      std::memcpy(bytes.data(), &value, sizeof value);
+      if (big) std::reverse(bytes.begin(), bytes.end());
+      out += bytes;
+    };
+    const double points[5][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 0, 0}, {0, 1, 0.5}};
+    for (const auto& p : points) {
+      put(static_cast<float>(p[0]));
+      put(std::uint8_t{9});
+      put(static_cast<float>(p[1]));
+      put(p[2]);
+    }
+    const std::vector<std::vector<std::int32_t>> faces = {{0, 1, 2, 4}, {1, 2, 3}, {0, 4}};
+    for (std::size_t f = 0; f < faces.size(); ++f) {
+      put(std::uint8_t{f == 1 ? std::uint8_t{2} : std::uint8_t{0}});
+      if (f == 1) {
+        put(0.5f);
+        put(0.5f);
+      }
+      put(static_cast<std::uint8_t>(faces[f].size()));
+      for (const auto i : faces[f]) put(i);
+    }
+    return out;
+  };
+  vex::PolygonMesh expected;
+  expected.points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0.5}};
+  expected.polygonSizes = {4, 3};
+  expected.polygonPoints = {0, 1, 2, 3, 1, 2, 0};
+  for (const auto& [name, text] : {std::pair{"ascii", ascii}, {"little", binary(false)}, {"big", binary(true)}}) {
+    auto mesh = host::ReadPlyMesh(text, "m.ply");
+    ASSERT_TRUE(mesh) << name << ": " << mesh.error().message;
+    EXPECT_EQ(*mesh, expected) << name;
+  }
+  std::string outside = ascii;
+  outside.replace(outside.find("3 1 2 3"), 7, "3 1 2 7");
+  EXPECT_EQ(host::ReadPlyMesh(outside, "m.ply").error().message, "m.ply: face 1 refers to vertex 7 of 5");
+  std::string word = ascii;
+  word.replace(word.find("1 9 1 0"), 7, "1 9 up 0");
+  EXPECT_EQ(host::ReadPlyMesh(word, "m.ply").error().message, "m.ply:14: element \"vertex\" 2: \"up\" is not a number");
+  // Through the mesh import: no faces is an error, as the mesh library's reading made it.
+  host::Documents documents;
+  const host::Units units;
+  auto loaded = host::mesh_import::Load(documents, Write("quad.ply", binary(true)), units);
+  ASSERT_TRUE(loaded) << loaded.error().message;
+  std::string lines = ascii;
+  const std::string faces = "0 4 0 1 2 4\n2 0.5 0.5 3 1 2 3\n";
+  lines.replace(lines.find(faces), faces.size(), "0 2 0 1\n0 2 1 2\n");
+  auto none = host::mesh_import::Load(documents, Write("lines.ply", lines), units);
+  ASSERT_FALSE(none);
+  EXPECT_TRUE(none.error().message.ends_with("lines.ply: the PLY file has no faces")) << none.error().message;
 }
 
 TEST_F(HostileInput, GltfReferencesToFoldersAndDevicesAreRefusedByName) {
