@@ -1,7 +1,8 @@
 #include "host/input_checks.h"
 
 #include <algorithm>
-#include <map>
+#include <tuple>
+#include <numeric>
 #include <cmath>
 #include <climits>
 #include <bit>
@@ -380,11 +381,17 @@ vex::Result<void> WalkPly(std::string_view bytes, const std::string& file, vex::
 
 }  // namespace
 
-vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file) { return WalkPly(bytes, file, nullptr); }
+vex::Result<void> CheckPlyFile(std::string_view bytes, const std::string& file) { return WalkPly(bytes, file, nullptr); }
 
 vex::Result<vex::PolygonMesh> ReadPlyMesh(std::string_view bytes, const std::string& file) {
   vex::PolygonMesh read;
   VEX_TRY(WalkPly(bytes, file, &read));
+  // ASCII values are checked as they are read; binary ones can hold a NaN or an infinity.
+  for (std::size_t v = 0; v < read.points.size(); ++v) {
+    const auto& p = read.points[v];
+    if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+      return VEX_FAIL(vex::ErrorKind::IllegalArgument, file + ": vertex " + std::to_string(v) + " is not finite");
+  }
   std::size_t at = 0;
   for (std::size_t f = 0; f < read.polygonSizes.size(); ++f) {
     for (std::int32_t k = 0; k < read.polygonSizes[f]; ++k) {
@@ -397,14 +404,29 @@ vex::Result<vex::PolygonMesh> ReadPlyMesh(std::string_view bytes, const std::str
     at += static_cast<std::size_t>(read.polygonSizes[f]);
   }
   // Corners at the same place become one point, and lines and points, which have no face, go.
+  // The vertices sorted by place (the first of equals first), then numbered in file order.
   vex::PolygonMesh out;
-  std::map<std::array<double, 3>, std::int32_t> placed;
+  const auto key = [&](std::int32_t v) {
+    const auto& p = read.points[static_cast<std::size_t>(v)];
+    return std::tuple(p.x, p.y, p.z, v);
+  };
+  std::vector<std::int32_t> order(read.points.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::sort(order.begin(), order.end(), [&](std::int32_t a, std::int32_t b) { return key(a) < key(b); });
+  std::vector<std::int32_t> first(read.points.size());  // the first vertex at each vertex's place
+  for (std::size_t k = 0; k < order.size(); ++k) {
+    const auto& p = read.points[static_cast<std::size_t>(order[k])];
+    const bool same = k > 0 && p == read.points[static_cast<std::size_t>(order[k - 1])];
+    first[static_cast<std::size_t>(order[k])] = same ? first[static_cast<std::size_t>(order[k - 1])] : order[k];
+  }
   std::vector<std::int32_t> point(read.points.size());
   for (std::size_t v = 0; v < read.points.size(); ++v) {
-    const auto& p = read.points[v];
-    const auto [it, added] = placed.try_emplace({p.x, p.y, p.z}, static_cast<std::int32_t>(out.points.size()));
-    if (added) out.points.push_back(p);
-    point[v] = it->second;
+    if (first[v] == static_cast<std::int32_t>(v)) {
+      point[v] = static_cast<std::int32_t>(out.points.size());
+      out.points.push_back(read.points[v]);
+    } else {
+      point[v] = point[static_cast<std::size_t>(first[v])];
+    }
   }
   at = 0;
   for (const std::int32_t size : read.polygonSizes) {

@@ -1,6 +1,7 @@
 // Checks made on a user's file before a third-party reader sees it, for inputs those readers
-// handle badly: a PLY header that ends early (the mesh library spins on it), glTF JSON nested
-// deep enough to exhaust the stack of a recursive reader.
+// handle badly: glTF JSON nested deep enough to exhaust the stack of a recursive reader, an MTL
+// statement before its first material, hierarchies deeper than the readers recurse. PLY, which
+// the mesh library reads into gigabytes on a misread count, is read here instead.
 #pragma once
 
 #include <cstddef>
@@ -27,14 +28,14 @@ inline constexpr int kMaxNodeDepth = 1000;
 /// not the format's own, or element counts that the body cannot hold (at least one byte per binary
 /// property, two per ASCII one); and for a list whose count the body cannot hold (ASCII: more
 /// values than its line has left; binary: more than the bytes left).
-vex::Result<void> CheckPlyHeader(std::string_view bytes, const std::string& file);
+vex::Result<void> CheckPlyFile(std::string_view bytes, const std::string& file);
 
-/// A PLY file's mesh, checked as CheckPlyHeader checks it: the "vertex" rows' x, y and z, and the
+/// A PLY file's mesh, checked as CheckPlyFile checks it: the "vertex" rows' x, y and z, and the
 /// "face" rows' "vertex_indices" (or "vertex_index"); other elements and properties are passed
 /// over. Corners at the same place become one point; faces of fewer than three corners are left
-/// out. A face that names a vertex the file does not have fails: "FILE: face F refers to vertex V
-/// of N". The mesh library's own reading of PLY allocates what a list's count or a misread row
-/// claims, so the host reads the format itself.
+/// out. A face that names a vertex the file does not have fails ("FILE: face F refers to vertex V
+/// of N"), as does a vertex that is not finite. The mesh library's own reading of PLY allocates
+/// what a list's count or a misread row claims, so the host reads the format itself.
 vex::Result<vex::PolygonMesh> ReadPlyMesh(std::string_view bytes, const std::string& file);
 
 /// An OBJ material library as the mesh library reads it: nothing but blank lines and comments

@@ -124,7 +124,7 @@ vex::Result<Document*> Load(Documents& documents, const std::string& path, const
   if (suffix == ".ply") return LoadPly(documents, path, bytes, units);
   // What the library would loop on, or recurse through once per level, is refused first.
   if (suffix == ".gltf" || suffix == ".glb") VEX_TRY(CheckGltfNodeTree(bytes, path, suffix == ".glb"));
-  if (suffix == ".fbx") VEX_TRY(formats::detail::CheckFbxNesting(path));
+  if (suffix == ".fbx") VEX_TRY(formats::detail::CheckFbxNesting(bytes, path));
   if (suffix == ".dae") VEX_TRY(CheckMarkupDepth(bytes, path, kMaxNodeDepth + kColladaFrame));
   Assimp::Importer importer;
   auto* io = suffix == ".obj" ? new RegularFileIO(path) : new RegularFileIO;  // owned by the importer

@@ -19,9 +19,9 @@ vex::Result<WrittenFiles> WriteFbx(const SceneData& scene, const std::string& di
 /// itself cannot be read.
 vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options);
 
-/// Refuses an FBX file that the mesh library would recurse through too deeply (records or braces
-/// nested past a few dozen levels, Models parented deeper than kMaxNodeDepth or in a cycle),
-/// before it is handed the file. ReadFbx checks the same.
-vex::Result<void> CheckFbxNesting(const std::string& path);
+/// Refuses an FBX file (its `bytes`, read from `path`) that the mesh library would recurse through
+/// too deeply (records or braces nested past a few dozen levels, Models parented deeper than
+/// kMaxNodeDepth or in a cycle), before it is handed the file. ReadFbx checks the same.
+vex::Result<void> CheckFbxNesting(const std::string& bytes, const std::string& path);
 
 }  // namespace host::formats::detail

@@ -17,7 +17,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <iterator>
 #include <mutex>
 #include <numbers>
 #include <optional>
@@ -547,10 +546,8 @@ Attributes ScanAscii(const std::string& path, const std::string& text) {
 
 /// The records of a binary file (lights, cameras, and whether a Model's transform is not
 /// finite); for the ASCII form only the transforms (Assimp's view of the rest is used then).
-Attributes ReadAttributes(const std::string& path, std::vector<std::string>& warnings) {
+Attributes ReadAttributes(const std::string& path, const std::string& bytes, std::vector<std::string>& warnings) {
   Attributes out;
-  std::ifstream in(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(in), {}};
   if (bytes.rfind("Kaydara FBX Binary", 0) != 0) return ScanAscii(path, bytes);
   auto top = fbx::DecodeBinary(bytes, path);
   if (!top) {
@@ -650,18 +647,21 @@ Matrix4 FromAxes(const aiVector3D& dir, const aiVector3D& up) {
 
 }  // namespace
 
-vex::Result<void> CheckFbxNesting(const std::string& path) {
-  VEX_TRY(CheckInputFile(path));
+vex::Result<void> CheckFbxNesting(const std::string& bytes, const std::string& path) {
   std::vector<std::string> warnings;
-  if (const Attributes records = ReadAttributes(path, warnings); records.refused)
+  if (const Attributes records = ReadAttributes(path, bytes, warnings); records.refused)
     return VEX_FAIL(vex::ErrorKind::IllegalArgument, *records.refused);
   return {};
 }
 
 vex::Result<SceneData> ReadFbx(const std::string& path, const vex::IPortBundles& bundles, const ReadOptions& options) {
-  VEX_TRY(CheckInputFile(path));
   std::vector<std::string> recordWarnings;
-  const Attributes records = ReadAttributes(path, recordWarnings);
+  Attributes records;
+  {
+    // The file's bytes are let go before the mesh library reads it again.
+    VEX_ASSIGN(const std::string bytes, ReadInputFile(path));
+    records = ReadAttributes(path, bytes, recordWarnings);
+  }
   if (records.refused) return VEX_FAIL(vex::ErrorKind::IllegalArgument, *records.refused);
   std::lock_guard lock(AssimpMutex());
   Assimp::Importer importer;

@@ -241,27 +241,27 @@ TEST_F(HostileInput, RegistryHiveEdgeCases) {
 }
 
 TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
-  auto early = host::CheckPlyHeader(CorpusBytes("ply", "header-ends-early", false), "m.ply");
+  auto early = host::CheckPlyFile(CorpusBytes("ply", "header-ends-early", false), "m.ply");
   ASSERT_FALSE(early);
   EXPECT_EQ(early.error().message, "m.ply:4: the PLY header ends before \"end_header\"");
-  auto short_ = host::CheckPlyHeader(CorpusBytes("ply", "header-no-newline-after-end", false), "m.ply");
+  auto short_ = host::CheckPlyFile(CorpusBytes("ply", "header-no-newline-after-end", false), "m.ply");
   ASSERT_FALSE(short_);
-  EXPECT_TRUE(host::CheckPlyHeader(CorpusBytes("ply", "seed-ascii", false), "m.ply"));
-  EXPECT_TRUE(host::CheckPlyHeader(CorpusBytes("ply", "seed-binary", false), "m.ply"));
-  auto counts = host::CheckPlyHeader("ply\nformat ascii 1.0\nelement vertex 99999999999\nproperty float x\nend_header\n1\n", "m.ply");
+  EXPECT_TRUE(host::CheckPlyFile(CorpusBytes("ply", "seed-ascii", false), "m.ply"));
+  EXPECT_TRUE(host::CheckPlyFile(CorpusBytes("ply", "seed-binary", false), "m.ply"));
+  auto counts = host::CheckPlyFile("ply\nformat ascii 1.0\nelement vertex 99999999999\nproperty float x\nend_header\n1\n", "m.ply");
   ASSERT_FALSE(counts);
   EXPECT_NE(counts.error().message.find("needing at least"), std::string::npos);
   // Found by the fuzzer: a property type the mesh library does not know made it allocate 14 GB
   // for a body of 300 bytes. Only the format's own types pass, and a list counts in integers.
-  auto unknown = host::CheckPlyHeader(CorpusBytes("ply", "unknown-property-type", false), "m.ply");
+  auto unknown = host::CheckPlyFile(CorpusBytes("ply", "unknown-property-type", false), "m.ply");
   ASSERT_FALSE(unknown);
   EXPECT_EQ(unknown.error().message, "m.ply:5: unknown PLY property type \"\"uchar\"");
   const std::string header = "ply\nformat ascii 1.0\nelement face 1\n";
-  EXPECT_EQ(host::CheckPlyHeader(header + "property list float int v\nend_header\n3 0 1 2\n", "m.ply").error().message,
+  EXPECT_EQ(host::CheckPlyFile(header + "property list float int v\nend_header\n3 0 1 2\n", "m.ply").error().message,
             "m.ply:4: the list's count type \"float\" is not an integer type");
-  EXPECT_EQ(host::CheckPlyHeader(header + "property ly lisfloat y\nend_header\n3 0 1 2\n", "m.ply").error().message,
+  EXPECT_EQ(host::CheckPlyFile(header + "property ly lisfloat y\nend_header\n3 0 1 2\n", "m.ply").error().message,
             "m.ply:4: malformed property line \"property ly lisfloat y\"");
-  EXPECT_TRUE(host::CheckPlyHeader(header + "property list uint8 int32 v\nproperty float64 w\nend_header\n3 0 1 2 1\n", "m.ply"));
+  EXPECT_TRUE(host::CheckPlyFile(header + "property list uint8 int32 v\nproperty float64 w\nend_header\n3 0 1 2 1\n", "m.ply"));
   // Inputs the fuzzer found, each of which the mesh library misread into gigabytes or minutes:
   // a NUL in a property's name, a name that is not ASCII, rows without properties (10^13 of
   // them), a short row (read on into the next line, a vertex's 999999999990 became a face's
@@ -275,7 +275,7 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
       {"nul-in-ascii-body", "m.ply:12: the ASCII body holds the byte 0x00"},
   };
   for (const auto& [input, message] : found) {
-    auto refused = host::CheckPlyHeader(CorpusBytes("ply", input, false), "m.ply");
+    auto refused = host::CheckPlyFile(CorpusBytes("ply", input, false), "m.ply");
     ASSERT_FALSE(refused) << input;
     EXPECT_EQ(refused.error().message, message);
   }
@@ -287,7 +287,7 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
     std::string text = mesh;
     text.replace(text.find("COUNT"), 5, count);
     text.replace(text.find("FACE"), 4, face);
-    return host::CheckPlyHeader(text, "m.ply");
+    return host::CheckPlyFile(text, "m.ply");
   };
   EXPECT_TRUE(ply("uchar", "3 0 1 2"));
   EXPECT_TRUE(ply("uint", "3 0 1 2 7 7"));
@@ -298,14 +298,14 @@ TEST_F(HostileInput, PlyHeadersAreCheckedBeforeTheMeshReader) {
   EXPECT_EQ(ply("int", "3.0 0 1 2").error().message, "m.ply:13: element \"face\" 0: the list's count \"3.0\" is not a whole number");
   EXPECT_EQ(ply("uchar", "   ").error().message, "m.ply:13: a blank line or a comment among the rows (element \"face\" 0)");
   // A name opening with digits runs into the count after it.
-  auto digits = host::CheckPlyHeader(CorpusBytes("ply", "element-name-opens-with-digits", false), "m.ply");
+  auto digits = host::CheckPlyFile(CorpusBytes("ply", "element-name-opens-with-digits", false), "m.ply");
   ASSERT_FALSE(digits);
   EXPECT_NE(digits.error().message.find("m.ply:3: the element name \"9496729696"), std::string::npos) << digits.error().message;
   EXPECT_NE(digits.error().message.find("is not a word"), std::string::npos) << digits.error().message;
   // Binary: the count against the bytes left.
   std::string binary = "ply\nformat binary_little_endian 1.0\nelement face 1\nproperty list uint int v\nend_header\n";
   binary += std::string("\x00\x5E\xD0\xB2", 4) + std::string(12, '\0');
-  EXPECT_EQ(host::CheckPlyHeader(binary, "m.ply").error().message,
+  EXPECT_EQ(host::CheckPlyFile(binary, "m.ply").error().message,
             "m.ply: byte 0 of the body: element \"face\" 0: a list of 3000000000 values where the file holds 3 more");
 
   // Through the mesh import, as `vexinterop allplan` reads it.
